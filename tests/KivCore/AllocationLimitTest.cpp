@@ -18,42 +18,28 @@ namespace
 constexpr std::uint64_t MIB = 1024 * 1024;
 constexpr std::uint64_t MAX = std::numeric_limits<std::uint64_t>::max();
 
-// Sets (or, with a null value, removes) KIV_MAX_ALLOC_MB for one test and forgets any limit
+// Sets (or, with a null value, removes) KIV_MAX_ALLOC_MB for one scope and forgets the limit
 // decided before, so that the next use reads the variable; both are undone afterwards.
 class ScopedLimitVariable
 {
 public:
     explicit ScopedLimitVariable(const char* value)
     {
-        if (const char* const old = std::getenv(NAME))
+        if (const char* const old = std::getenv("KIV_MAX_ALLOC_MB"))
         {
             m_Old = old;
         }
-        if (value != nullptr)
-        {
-            setenv(NAME, value, 1);
-        }
-        else
-        {
-            unsetenv(NAME);
-        }
-        ResetMaxAllocationBytes();
+        Set(value);
     }
-    ~ScopedLimitVariable()
+    ~ScopedLimitVariable() { Set(m_Old ? m_Old->c_str() : nullptr); }
+
+private:
+    static void Set(const char* value)
     {
-        if (m_Old)
-        {
-            setenv(NAME, m_Old->c_str(), 1);
-        }
-        else
-        {
-            unsetenv(NAME);
-        }
+        value != nullptr ? setenv("KIV_MAX_ALLOC_MB", value, 1) : unsetenv("KIV_MAX_ALLOC_MB");
         ResetMaxAllocationBytes();
     }
 
-private:
-    static constexpr const char* NAME = "KIV_MAX_ALLOC_MB";
     std::optional<std::string> m_Old;
 };
 
@@ -65,91 +51,72 @@ std::uint64_t HalfOfPhysicalMemory()
 
 } // namespace
 
-TEST(AllocationLimit, DefaultIsHalfOfPhysicalMemory)
-{
-    ScopedLimitVariable unset(nullptr);
-    EXPECT_EQ(GetMaxAllocationBytes(), HalfOfPhysicalMemory());
-}
-
-TEST(AllocationLimit, EnvironmentGivesWholeMebibytes)
+TEST(AllocationLimit, EnvironmentGivesWholeMebibytesOrTheDefault)
 {
     struct Case
     {
-        const char* value;
+        const char* value; // null: not set
         std::uint64_t bytes;
+        bool warns;
     };
+    const std::uint64_t half = HalfOfPhysicalMemory();
     const Case cases[] = {
-        {"1", MIB},
-        {"64", 64 * MIB},
-        {"007", 7 * MIB},
-        // The largest count whose bytes still fit in 64 bits: (2^44 - 1) MiB.
-        {"17592186044415", (MAX / MIB) * MIB},
-    };
+        {nullptr, half, false},
+        {"1", MIB, false},
+        {"64", 64 * MIB, false},
+        {"007", 7 * MIB, false},
+        // (2^44 - 1) MiB is the largest that fits in 64 bits; 2^44 MiB is 2^64 bytes.
+        {"17592186044415", (MAX / MIB) * MIB, false},
+        {"17592186044416", half, true},
+        {"99999999999999999999999", half, true},
+        {"", half, true},
+        {"0", half, true},
+        {"000", half, true},
+        {"-5", half, true},
+        {"+5", half, true},
+        {" 5", half, true},
+        {"5 ", half, true},
+        {"5M", half, true},
+        {"1.5", half, true},
+        {"abc", half, true}};
     for (const auto& c : cases)
     {
+        const std::string shown = c.value != nullptr ? '"' + std::string(c.value) + '"' : "unset";
         ScopedLimitVariable variable(c.value);
         KivTest::ScopedAlertCollector alerts;
-        EXPECT_EQ(GetMaxAllocationBytes(), c.bytes) << c.value;
-        EXPECT_EQ(alerts->Count("warning"), 0u) << c.value;
-    }
-}
-
-TEST(AllocationLimit, InvalidEnvironmentKeepsTheDefaultAndWarns)
-{
-    const char* const invalid[] = {
-        "",
-        "0",
-        "000",
-        "-5",
-        "+5",
-        " 5",
-        "5 ",
-        "5M",
-        "1.5",
-        "abc",
-        "17592186044416", // 2^44 MiB is 2^64 bytes
-        "99999999999999999999999",
-    };
-    for (const char* value : invalid)
-    {
-        ScopedLimitVariable variable(value);
-        KivTest::ScopedAlertCollector alerts;
-        EXPECT_EQ(GetMaxAllocationBytes(), HalfOfPhysicalMemory()) << '"' << value << '"';
+        EXPECT_EQ(GetMaxAllocationBytes(), c.bytes) << shown;
         const auto records = alerts->Records();
-        ASSERT_EQ(records.size(), 1u) << '"' << value << '"';
-        EXPECT_EQ(records[0].kind, "warning");
-        EXPECT_NE(records[0].message.find(std::string("KIV_MAX_ALLOC_MB=\"") + value + "\""),
-                  std::string::npos)
-            << records[0].message;
+        ASSERT_EQ(records.size(), c.warns ? 1u : 0u) << shown;
+        if (c.warns)
+        {
+            EXPECT_EQ(records[0].kind, "warning");
+            EXPECT_NE(records[0].message.find("KIV_MAX_ALLOC_MB=" + shown), std::string::npos)
+                << records[0].message;
+        }
     }
 }
 
-TEST(AllocationLimit, EnvironmentIsReadOnceAtFirstUse)
+TEST(AllocationLimit, EnvironmentIsReadOnceAndTheApiWinsUntilReset)
 {
     ScopedLimitVariable variable("10");
     EXPECT_EQ(GetMaxAllocationBytes(), 10 * MIB);
     setenv("KIV_MAX_ALLOC_MB", "20", 1);
-    EXPECT_EQ(GetMaxAllocationBytes(), 10 * MIB);
-}
+    EXPECT_EQ(GetMaxAllocationBytes(), 10 * MIB) << "read at first use only";
 
-TEST(AllocationLimit, ApiSettingWinsOverTheEnvironmentUntilReset)
-{
-    ScopedLimitVariable variable("10");
     SetMaxAllocationBytes(12345);
     EXPECT_EQ(GetMaxAllocationBytes(), 12345u);
     ResetMaxAllocationBytes();
-    EXPECT_EQ(GetMaxAllocationBytes(), 10 * MIB);
+    EXPECT_EQ(GetMaxAllocationBytes(), 20 * MIB);
 
     KivTest::ScopedAlertCollector alerts;
     EXPECT_THROW(SetMaxAllocationBytes(0), LogicError);
-    EXPECT_EQ(GetMaxAllocationBytes(), 10 * MIB) << "a rejected limit changes nothing";
+    EXPECT_EQ(GetMaxAllocationBytes(), 20 * MIB) << "a rejected limit changes nothing";
 }
 
 TEST(AllocationLimit, CheckAllocationRaisesAllocationFailedPastTheLimit)
 {
     ScopedLimitVariable variable(nullptr);
     SetMaxAllocationBytes(1000);
-    EXPECT_NO_THROW(CheckAllocation(0, "nothing"));
     EXPECT_NO_THROW(CheckAllocation(1000, "exactly the limit"));
 
     KivTest::ScopedAlertCollector alerts;
@@ -164,7 +131,6 @@ TEST(AllocationLimit, CheckAllocationRaisesAllocationFailedPastTheLimit)
                   "Attempt to allocate image data of topo.flt (1001 bytes, limit 1000) failed");
         EXPECT_EQ(error.GetAlertId(), "Kiv.Core.Allocation");
     }
-    EXPECT_THROW(CheckAllocation(MAX, "everything"), OSError) << "catchable as its base";
 }
 
 TEST(AllocationLimit, MultiplyWithoutOverflow)
@@ -179,15 +145,12 @@ TEST(AllocationLimit, MultiplyWithoutOverflow)
     const std::uint64_t twoTo32 = std::uint64_t{1} << 32;
     const Case cases[] = {
         {0, MAX, true, 0},
-        {MAX, 0, true, 0},
-        {1, MAX, true, MAX},
         {MAX, 1, true, MAX},
         {2, MAX, false, 0},
         {twoTo32, twoTo32, false, 0},
         {twoTo32, twoTo32 - 1, true, MAX - twoTo32 + 1}, // 2^64 - 2^32
         {3, MAX / 3, true, MAX},                         // 2^64 - 1 is divisible by 3
         {3, MAX / 3 + 1, false, 0},
-        {512, 75, true, 38400},
     };
     for (const auto& c : cases)
     {
