@@ -169,6 +169,14 @@ boost::shared_ptr<DataContainer> DataContainer::GetSubData(const std::vector<std
 
 void DataContainer::Clear()
 {
+    for (const auto& entry : TakeAllEntries())
+    {
+        Notify(entry.first, entry.second, EChange::Value);
+    }
+}
+
+std::vector<DataContainer::Entry> DataContainer::TakeAllEntries()
+{
     std::vector<Entry> removed;
     {
         Lock lock(m_Mutex, Elapse::Unlimited());
@@ -179,8 +187,8 @@ void DataContainer::Clear()
     for (const auto& entry : removed)
     {
         Unlink(entry.second);
-        Notify(entry.first, entry.second, EChange::Value);
     }
+    return removed;
 }
 
 boost::shared_ptr<DataObject> DataContainer::Remove(const std::string& key)
@@ -357,17 +365,7 @@ boost::shared_ptr<DataObject> DataContainer::Find(const std::string& key) const
 
 void DataContainer::ReplaceAll(const std::vector<Entry>& entries)
 {
-    std::vector<Entry> removed;
-    {
-        Lock lock(m_Mutex, Elapse::Unlimited());
-        removed.swap(m_Entries);
-        m_Index.clear();
-        m_LockableEntries.clear();
-    }
-    for (const auto& entry : removed)
-    {
-        Unlink(entry.second);
-    }
+    const std::vector<Entry> removed = TakeAllEntries();
     for (const auto& entry : entries)
     {
         StoreEntry(entry.first, entry.second, false, EChange::Value);

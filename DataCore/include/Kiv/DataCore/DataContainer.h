@@ -169,6 +169,8 @@ private:
 
     boost::shared_ptr<DataObject> Find(const std::string& key) const;
     void ReplaceAll(const std::vector<Entry>& entries);
+    // Empties the container without reporting it; returns what it held.
+    std::vector<Entry> TakeAllEntries();
     void Link(const std::string& key, const boost::shared_ptr<DataObject>& object);
     void Unlink(const boost::shared_ptr<DataObject>& object);
     std::vector<ParentLink> Parents() const;
