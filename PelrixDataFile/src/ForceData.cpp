@@ -1,0 +1,163 @@
+#include "Pelrix/PelrixDataFile.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+#include "HeaderNumbers.h"
+#include "Kiv/Core/AllocationLimit.h"
+#include "PelrixIdentity.h"
+
+namespace Pelrix
+{
+
+using namespace Kiv::DataCore;
+
+namespace
+{
+constexpr long DEFAULT_FORCE_LINES = 16384;
+
+// C's atof on one token: leading numeric text counts, anything unparsable gives 0. The common
+// decimal form takes the fast path; signs, blanks, hexadecimal and out-of-range texts go
+// through strtod itself so that every token reads exactly as atof reads it.
+double ParseForceValue(const char* begin, const char* end)
+{
+    if (begin != end && (*begin == '-' || *begin == '.' || (*begin >= '0' && *begin <= '9')))
+    {
+        double value = 0.0;
+        const auto [stop, error] = std::from_chars(begin, end, value);
+        const bool hexadecimal = stop < end && (*stop == 'x' || *stop == 'X');
+        if (error == std::errc() && !hexadecimal)
+        {
+            return value;
+        }
+    }
+    const std::string token(begin, end);
+    return std::strtod(token.c_str(), nullptr);
+}
+
+} // namespace
+
+void PelrixDataFile::LoadForceData()
+{
+    Exists(Names::SERIES_LAYOUT_SECTION);
+    m_CurrentSection = GetSubData({Names::SERIES_LAYOUT_SECTION}, true);
+    const std::int32_t pointCount = ReadHeaderInt32(*m_CurrentSection, "Points Number");
+    const std::int32_t seriesCount = ReadHeaderInt32(*m_CurrentSection, "Series Number");
+    m_DataPlistCount = static_cast<std::int32_t>(2 * static_cast<std::int64_t>(seriesCount));
+    if (seriesCount < 1)
+    {
+        DataFileError("ERROR: Missing Series Number. ")
+            .RaiseError(KIV_CODE_CONTEXT, Names::LEGACY_ALERT_ID, false);
+    }
+    ProcessForceData(seriesCount, pointCount);
+}
+
+void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
+{
+    const std::uint64_t columns = 4 * static_cast<std::uint64_t>(seriesCount);
+    m_FileStream.SetInputPos(m_DataStartPos, Kiv::Core::FROM_BEGIN);
+    const long lines = pointCount == 0 ? DEFAULT_FORCE_LINES : pointCount;
+
+    // Bound what the curves may take before reading any: a line holds at least one character
+    // and its line feed, so the file can yield no more lines than half its remaining bytes.
+    const std::uint64_t remaining =
+        m_FileSize > static_cast<std::uint64_t>(m_DataStartPos) ? m_FileSize - m_DataStartPos : 0;
+    const std::uint64_t possibleLines = std::min<std::uint64_t>(
+        lines < 0 ? 0 : static_cast<std::uint64_t>(lines), (remaining + 1) / 2);
+    const std::uint64_t bytesPerLine = columns * sizeof(float) + sizeof(FloatMatrix);
+    std::uint64_t bound = 0;
+    if (!Kiv::Core::MultiplyWithoutOverflow(possibleLines, bytesPerLine, bound))
+    {
+        bound = std::numeric_limits<std::uint64_t>::max();
+    }
+    Kiv::Core::CheckAllocation(bound, "force curves of " + std::to_string(possibleLines) +
+                                          " lines x " + std::to_string(columns) + " values for " +
+                                          GetFileName());
+
+    FloatMatrixList curves;
+    curves.reserve(static_cast<std::size_t>(possibleLines));
+    std::string line;
+    for (long taken = 0; taken < lines; ++taken)
+    {
+        line.clear();
+        ReadLine(line);
+        if (line.empty())
+        {
+            break;
+        }
+        FloatMatrix values(static_cast<std::size_t>(columns), 1);
+        const char* rest = line.data();
+        const char* const end = rest + line.size();
+        bool complete = true;
+        for (std::uint64_t j = 0; j < columns; ++j)
+        {
+            const char* tab = static_cast<const char*>(std::memchr(rest, '\t', end - rest));
+            const char* tokenEnd = tab ? tab : end;
+            if (tokenEnd == rest)
+            {
+                complete = false;
+                break;
+            }
+            values(static_cast<std::size_t>(j), 0) =
+                static_cast<float>(ParseForceValue(rest, tokenEnd));
+            // Without a further tab the last value repeats into the remaining columns.
+            if (tab)
+            {
+                rest = tab + 1;
+            }
+        }
+        if (!complete)
+        {
+            break;
+        }
+        curves.push_back(std::move(values));
+    }
+    m_CurrentSection = GetSubData({Names::DATA_SECTION}, true);
+    m_CurrentSection->Put(Names::RAW_DATA, curves);
+}
+
+void PelrixDataFile::WriteForceData()
+{
+    const auto dataSection = GetSubData({Names::DATA_SECTION}, false);
+    if (!dataSection)
+    {
+        DataFileError("WriteDataToDisk cannot find data section name")
+            .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+    }
+    // Shared, not copied: the curves are only read here, under their data lock.
+    const auto stored = dataSection->GetShared<FloatMatrixList>(Names::RAW_DATA);
+    const auto lock = stored ? dataSection->Get(Names::RAW_DATA)->GetDataLock() : nullptr;
+    const FloatMatrixList noCurves;
+    const FloatMatrixList& curves = stored ? *stored : noCurves;
+    const long valuesPerLine = 2 * GetFileOverviewInfo<long>("NumberOfDataPlists");
+    std::string line;
+    char number[50];
+    for (const auto& curve : curves)
+    {
+        line.clear();
+        for (long j = 0; j < valuesPerLine; ++j)
+        {
+            // A matrix shorter than the line is the caller's error; write 0 rather than read
+            // past its end.
+            const double value = static_cast<std::size_t>(j) < curve.size1()
+                                     ? static_cast<double>(curve(static_cast<std::size_t>(j), 0))
+                                     : 0.0;
+            // to_chars with precision 6 prints exactly what printf's "%f" prints, at a fraction
+            // of its cost; the widest float needs 47 characters, so 50 always do.
+            char* const end = std::to_chars(number, number + sizeof number - 1, value,
+                                            std::chars_format::fixed, 6)
+                                  .ptr;
+            *end = j + 1 < valuesPerLine ? '\t' : '\n';
+            line.append(number, static_cast<std::size_t>(end + 1 - number));
+        }
+        if (m_OutputStream)
+        {
+            WriteCountedBlock(line.data(), line.size());
+        }
+    }
+}
+
+} // namespace Pelrix

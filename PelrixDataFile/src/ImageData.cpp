@@ -1,0 +1,85 @@
+#include "Pelrix/PelrixDataFile.h"
+
+#include <cstring>
+#include <limits>
+
+#include "HeaderNumbers.h"
+#include "Kiv/Core/AllocationLimit.h"
+#include "PelrixIdentity.h"
+
+namespace Pelrix
+{
+
+using namespace Kiv::DataCore;
+
+void PelrixDataFile::LoadImageData()
+{
+    Exists(Names::DATA_PARAMETERS_SECTION);
+    m_CurrentSection = GetSubData({Names::DATA_PARAMETERS_SECTION}, true);
+    const std::int32_t resolutionX = ReadHeaderInt32(*m_CurrentSection, "ResolutionX");
+    const std::int32_t resolutionY = ReadHeaderInt32(*m_CurrentSection, "ResolutionY");
+    const std::int32_t dataOffset = ReadHeaderInt32(*m_CurrentSection, "DataOffset");
+    m_DataPlistCount = 1;
+    if (resolutionX < 1 || resolutionY < 1)
+    {
+        return;
+    }
+    if (dataOffset < 0)
+    {
+        DataFileError(GetFileName() + ": \"DataOffset\" is negative (" +
+                      std::to_string(dataOffset) + ")")
+            .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+    }
+
+    // Both factors are below 2^31, so neither product can overflow 64 bits.
+    const std::uint64_t sampleCount =
+        static_cast<std::uint64_t>(resolutionX) * static_cast<std::uint64_t>(resolutionY);
+    const std::uint64_t byteCount = sampleCount * sizeof(float);
+    const std::string what = "an image of " + std::to_string(resolutionX) + " x " +
+                             std::to_string(resolutionY) + " samples for " + GetFileName();
+    Kiv::Core::CheckAllocation(byteCount, what);
+
+    boost::shared_ptr<FloatMatrix> matrix;
+    try
+    {
+        matrix = boost::make_shared<FloatMatrix>(static_cast<std::size_t>(resolutionY),
+                                                 static_cast<std::size_t>(resolutionX));
+    }
+    catch (const std::bad_alloc&)
+    {
+        Kiv::Core::AllocationFailed(what).RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+    }
+
+    // Setting the file's position drops the buffered reader's read-ahead, so the bulk read
+    // goes straight from "DataOffset" into the matrix's own storage.
+    m_FileStream.SetInputPos(dataOffset, Kiv::Core::FROM_BEGIN);
+    char* const samples = reinterpret_cast<char*>(&matrix->data()[0]);
+    const std::uint64_t delivered = m_InputStream->Read(samples, byteCount);
+    // A short file leaves the samples it lacks at zero.
+    std::memset(samples + delivered, 0, static_cast<std::size_t>(byteCount - delivered));
+
+    m_CurrentSection = GetSubData({Names::DATA_SECTION}, true);
+    m_CurrentSection->PutReference(Names::RAW_DATA, matrix, false);
+}
+
+void PelrixDataFile::WriteImageData()
+{
+    const auto dataSection = GetSubData({Names::DATA_SECTION}, false);
+    if (!dataSection)
+    {
+        DataFileError("WriteDataToDisk cannot find data section name")
+            .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+    }
+    // Shared rather than copied: the samples go out in one block from the matrix's storage.
+    const auto matrix = dataSection->GetShared<FloatMatrix>(Names::RAW_DATA);
+    if (!matrix || matrix->size1() == 0 || matrix->size2() == 0)
+    {
+        return;
+    }
+    const auto lock = dataSection->Get(Names::RAW_DATA)->GetDataLock();
+    const std::uint64_t byteCount =
+        static_cast<std::uint64_t>(matrix->size1()) * matrix->size2() * sizeof(float);
+    WriteCountedBlock(&matrix->data()[0], byteCount);
+}
+
+} // namespace Pelrix

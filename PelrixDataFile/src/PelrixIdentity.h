@@ -1,0 +1,18 @@
+#pragma once
+
+// Names shared by the plug-in's source files.
+namespace Pelrix::Names
+{
+inline const char* const ALERT_ID = "Pelrix.DataFile";
+inline const char* const LEGACY_ALERT_ID = "PelrixDataFile"; // kept by two older errors
+inline const char* const DATA_SECTION = "[Data]";
+inline const char* const DATA_PARAMETERS_SECTION = "[Data Parameters]";
+inline const char* const SERIES_LAYOUT_SECTION = "[Series layout]";
+inline const char* const FORCE_SECTION = "[Point Spectroscopy Data]";
+inline const char* const OVERVIEW = "PelrixFileOverviewInfo";
+inline const char* const RAW_DATA = "RawData";
+inline const char* const IMAGE = "IMAGE";
+inline const char* const FORCE = "FORCE";
+inline const char* const UNKNOWN = "UNKNOWN";
+inline constexpr std::size_t STREAM_BUFFER_SIZE = 16384;
+} // namespace Pelrix::Names

@@ -1,0 +1,299 @@
+// kiv set, unset and resave as a user runs them: a saved file reads back with the change and
+// nothing else, and a failed save leaves the file byte for byte as it was.
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "KivProcess.h"
+#include "SampleBytes.h"
+
+namespace KivToolTest
+{
+namespace
+{
+
+using Json = nlohmann::ordered_json;
+
+const char* const IMAGE = "topography_128.flt";
+const char* const FORCE = "force_2x300.flt";
+
+Json DumpJson(const TemporaryFolder& folder, const std::string& name, bool withData = false)
+{
+    std::vector<std::string> arguments{"dump", "--json"};
+    if (withData)
+    {
+        arguments.push_back("--data");
+    }
+    arguments.push_back(name);
+    const RunResult result = RunKiv(arguments, folder.Path());
+    EXPECT_EQ(result.exitStatus, 0) << result.err;
+    return Json::parse(result.out);
+}
+
+const Json& Entry(const Json& dump, const std::string& section, const std::string& key)
+{
+    return dump["entries"][section]["entries"][key];
+}
+
+void ExpectSaved(const RunResult& result)
+{
+    EXPECT_EQ(result.exitStatus, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+}
+
+TEST(KivSet, StoresTheValueAsLatin1AndKeepsTheImage)
+{
+    TemporaryFolder folder;
+    const std::string path = folder.CopySample(IMAGE);
+    ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+    const std::string before = ReadBytes(path);
+
+    ExpectSaved(RunKiv({"set", IMAGE, "[System Info]", "Operator", "Zo\xC3\xAB M\xC3\xBCller"},
+                       folder.Path()));
+
+    const std::string after = ReadBytes(path);
+    EXPECT_NE(after.find("\r\nOperator=Zo\xEB M\xFCller\r\n"), std::string::npos);
+    EXPECT_EQ(Entry(DumpJson(folder, IMAGE), "[System Info]", "Operator")["value"],
+              "Zo\xC3\xAB M\xC3\xBCller");
+    // The samples stay where "DataOffset" says, untouched.
+    ASSERT_EQ(after.size(), before.size());
+    EXPECT_EQ(after.compare(4096, std::string::npos, before, 4096, std::string::npos), 0);
+    struct stat status
+    {
+    };
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    EXPECT_EQ(folder.List(), std::vector<std::string>{IMAGE}); // no temporary file left
+}
+
+TEST(KivSet, ATypedKeyIsReadBackTyped)
+{
+    TemporaryFolder folder;
+    folder.CopySample(IMAGE);
+    ExpectSaved(
+        RunKiv({"set", IMAGE, "[Data Parameters]", "ScanRangeX", "12.5 \xC2\xB5m"}, folder.Path()));
+    EXPECT_EQ(Entry(DumpJson(folder, IMAGE), "[Data Parameters]", "ScanRangeX"),
+              Json::parse(R"({"type": "unitized", "value": 12.5, "unit": "µm"})"));
+    // set stores the text as given; saved again, the value read with its unit gets the
+    // writer's four decimals.
+    EXPECT_NE(ReadBytes(folder.File(IMAGE)).find("\r\nScanRangeX=12.5 \xB5m\r\n"),
+              std::string::npos);
+    ExpectSaved(RunKiv({"resave", IMAGE}, folder.Path()));
+    EXPECT_NE(ReadBytes(folder.File(IMAGE)).find("\r\nScanRangeX=12.5000 \xB5m\r\n"),
+              std::string::npos);
+}
+
+TEST(KivSet, AValueStartingWithAMinusFollowsADoubleDash)
+{
+    TemporaryFolder folder;
+    folder.CopySample(FORCE);
+    ExpectSaved(
+        RunKiv({"set", FORCE, "[Point Spectroscopy Data]", "Z Start", "--", "-0.75 \xC2\xB5m"},
+               folder.Path()));
+    EXPECT_EQ(Entry(DumpJson(folder, FORCE), "[Point Spectroscopy Data]", "Z Start")["value"],
+              -0.75);
+}
+
+TEST(KivSet, ANewKeyLeavesTheForceCurvesAsTheyWere)
+{
+    TemporaryFolder folder;
+    folder.CopySample(FORCE);
+    const Json before = DumpJson(folder, FORCE, true);
+    ExpectSaved(RunKiv({"set", FORCE, "[Point Spectroscopy Data]", "Tip", "Si3N4"}, folder.Path()));
+    const Json after = DumpJson(folder, FORCE, true);
+    EXPECT_EQ(Entry(after, "[Point Spectroscopy Data]", "Tip")["value"], "Si3N4");
+    EXPECT_EQ(after["entries"]["[Data]"], before["entries"]["[Data]"]);
+    EXPECT_EQ(after["entries"]["[Series layout]"], before["entries"]["[Series layout]"]);
+}
+
+TEST(KivUnset, RemovesTheKeyAndCutsTheFileToItsNewLength)
+{
+    TemporaryFolder folder;
+    const std::string path = folder.CopySample(FORCE);
+    const std::string before = ReadBytes(path);
+    const std::string line = "Dwell Time=0.1000 s\r\n";
+    ASSERT_NE(before.find(line), std::string::npos);
+
+    ExpectSaved(RunKiv({"unset", FORCE, "[Point Spectroscopy Data]", "Dwell Time"}, folder.Path()));
+
+    // A force file has no padding: the save is shorter by the line, and no stale bytes of the
+    // old end remain behind the new one.
+    std::string expected = before;
+    expected.erase(expected.find(line), line.size());
+    EXPECT_EQ(ReadBytes(path), expected);
+    EXPECT_FALSE(
+        DumpJson(folder, FORCE)["entries"]["[Point Spectroscopy Data]"]["entries"].contains(
+            "Dwell Time"));
+}
+
+TEST(KivResave, WritesTheSamplesBackByteForByte)
+{
+    for (const std::string name : {IMAGE, FORCE})
+    {
+        SCOPED_TRACE(name);
+        TemporaryFolder folder;
+        const std::string path = folder.CopySample(name);
+        ExpectSaved(RunKiv({"resave", name}, folder.Path()));
+        EXPECT_EQ(ReadBytes(path), ReadBytes(SamplesFolder() + "/" + name));
+        EXPECT_EQ(folder.List(), std::vector<std::string>{name});
+    }
+}
+
+TEST(KivResave, ThroughASymbolicLinkReplacesTheFileAndKeepsTheLink)
+{
+    TemporaryFolder folder;
+    folder.CopySample(IMAGE);
+    ASSERT_EQ(symlink(IMAGE, folder.File("link.flt").c_str()), 0);
+    ExpectSaved(RunKiv({"set", "link.flt", "[PreProcessing]", "Leveling", "Line"}, folder.Path()));
+    struct stat status
+    {
+    };
+    ASSERT_EQ(lstat(folder.File("link.flt").c_str(), &status), 0);
+    EXPECT_TRUE(S_ISLNK(status.st_mode));
+    EXPECT_EQ(Entry(DumpJson(folder, IMAGE), "[PreProcessing]", "Leveling")["value"], "Line");
+}
+
+std::string Sample(const std::string& name)
+{
+    return ReadBytes(SamplesFolder() + "/" + name);
+}
+
+// The image with a header section that the writer does not keep, taken out of the padding so
+// that the samples stay at "DataOffset".
+std::string ImageWithExtraSection()
+{
+    const std::string section = "[Scanner Calibration]\r\nX Linearity=0.9980\r\n\r\n";
+    std::string bytes = Sample(IMAGE);
+    bytes.insert(bytes.find("[Data]\r\n"), section);
+    bytes.erase(4096, section.size());
+    return bytes;
+}
+
+// The image with an empty "ScanRangeY": it reads as 0 without a unit, which the writer puts
+// back as "0.0000", a text that no longer reads as a number with a unit.
+std::string ImageWithEmptyScanRange()
+{
+    const std::string line = "ScanRangeY=10.0000 \xB5m\r\n";
+    std::string bytes = Sample(IMAGE);
+    bytes.replace(bytes.find(line), line.size(), "ScanRangeY=\r\n");
+    bytes.insert(4096 - (line.size() - 13), line.size() - 13, '\0');
+    return bytes;
+}
+
+TEST(KivEdit, FailuresLeaveTheFileByteForByteAsItWas)
+{
+    struct Case
+    {
+        const char* what;
+        std::vector<std::string> arguments; // the file is the second argument
+        std::string bytes;                  // the file's content; no file when empty
+        const char* reason;                 // part of the one line on stderr
+    };
+    const std::string longText(4000, 'x');
+    const Case cases[] = {
+        {"missing file",
+         {"set", "missing.flt", "[System Info]", "Operator", "x"},
+         "",
+         "missing.flt: No such file or directory"},
+        {"unrecognised file",
+         {"set", "notes.txt", "[System Info]", "Operator", "x"},
+         "just some text\n",
+         "no registered file type recognises this file"},
+        {"missing section",
+         {"set", IMAGE, "[No Such Section]", "Operator", "x"},
+         Sample(IMAGE),
+         "no section \"[No Such Section]\""},
+        {"unset of a missing key",
+         {"unset", IMAGE, "[System Info]", "Nobody"},
+         Sample(IMAGE),
+         "no key \"Nobody\" in section \"[System Info]\""},
+        {"value outside Latin-1",
+         {"set", IMAGE, "[System Info]", "Operator", "5 \xE2\x82\xAC"},
+         Sample(IMAGE),
+         "(U+20AC) is outside Latin-1"},
+        {"value not UTF-8",
+         {"set", IMAGE, "[System Info]", "Operator", "a\xFF"},
+         Sample(IMAGE),
+         "not valid UTF-8"},
+        {"header outgrows DataOffset",
+         {"set", IMAGE, "[System Info]", "Notes", longText},
+         Sample(IMAGE),
+         "may no longer fit in front of \"DataOffset\""},
+        {"number that reads back otherwise",
+         {"set", IMAGE, "[Data Parameters]", "ResolutionX", "1.5"},
+         Sample(IMAGE),
+         "ResolutionX reads back as 1, not 1.5"},
+        {"resolution that reshapes the image",
+         {"set", IMAGE, "[Data Parameters]", "ResolutionX", "64"},
+         Sample(IMAGE),
+         "read back as 64 x 128 samples instead of 128 x 128 samples"},
+        {"unit the dictionary lacks",
+         {"set", IMAGE, "[Data Parameters]", "ScanRangeX", "12"},
+         Sample(IMAGE),
+         "unit not found"},
+        {"value with a comma",
+         {"set", IMAGE, "[System Info]", "Operator", "Doe, Jane"},
+         Sample(IMAGE),
+         "Operator is missing after saving"},
+        {"section the writer drops",
+         {"set", IMAGE, "[System Info]", "Operator", "x"},
+         ImageWithExtraSection(),
+         "[Scanner Calibration] is missing after saving"},
+        {"value the writer cannot read back",
+         {"resave", IMAGE},
+         ImageWithEmptyScanRange(),
+         "not saved: 0.0000 unit not found"},
+        {"series count that reshapes the curves",
+         {"set", FORCE, "[Series layout]", "Series Number", "1"},
+         Sample(FORCE),
+         "read back as 300 curves of 1200 values instead of 300 curves of 2400 values"},
+    };
+    for (const Case& test : cases)
+    {
+        SCOPED_TRACE(test.what);
+        TemporaryFolder folder;
+        const std::string& name = test.arguments[1];
+        if (!test.bytes.empty())
+        {
+            WriteBytes(folder.File(name), test.bytes);
+        }
+        const auto filesBefore = folder.List();
+
+        const RunResult result = RunKiv(test.arguments, folder.Path());
+
+        EXPECT_EQ(result.exitStatus, 1);
+        ASSERT_EQ(result.ErrorLines().size(), 1u) << result.err;
+        EXPECT_EQ(result.err.rfind("kiv: " + name + ": ", 0), 0u) << result.err;
+        EXPECT_NE(result.err.find(test.reason), std::string::npos) << result.err;
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(folder.List(), filesBefore);
+        if (!test.bytes.empty())
+        {
+            EXPECT_EQ(ReadBytes(folder.File(name)), test.bytes);
+        }
+    }
+}
+
+TEST(KivEdit, AReadOnlyFileIsNotReplaced)
+{
+    if (geteuid() == 0)
+    {
+        GTEST_SKIP() << "root may write any file";
+    }
+    TemporaryFolder folder;
+    const std::string path = folder.CopySample(IMAGE);
+    ASSERT_EQ(chmod(path.c_str(), 0444), 0);
+    const RunResult result =
+        RunKiv({"set", IMAGE, "[System Info]", "Operator", "x"}, folder.Path());
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.ErrorLines().size(), 1u) << result.err;
+    EXPECT_EQ(ReadBytes(path), ReadBytes(SamplesFolder() + "/" + IMAGE));
+}
+
+} // namespace
+} // namespace KivToolTest

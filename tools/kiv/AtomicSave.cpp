@@ -1,0 +1,120 @@
+#include "AtomicSave.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Failure.h"
+#include "FileAccess.h"
+#include "TemporaryCopy.h"
+#include "TreeSnapshot.h"
+
+namespace Kiv::Tool
+{
+
+using Kiv::DataCore::DataFile;
+
+namespace
+{
+const char* const NOT_SAVED = "not saved: ";
+
+// The file that is really replaced: a symbolic link stays a link to the edited file.
+std::string ResolveTarget(const std::string& path)
+{
+    char resolved[PATH_MAX];
+    if (::realpath(path.c_str(), resolved) == nullptr)
+    {
+        Fail(path + ": " + std::strerror(errno));
+    }
+    return resolved;
+}
+
+void RequireWritableFile(const std::string& path)
+{
+    // The file is replaced, not written, so only the user's intent is checked here: a file
+    // made read-only is not to be changed behind its owner's back.
+    if (::access(path.c_str(), W_OK) != 0)
+    {
+        Fail(path + ": cannot be changed: " + std::strerror(errno));
+    }
+}
+
+TreeSnapshot ReadOriginal(const std::string& path, const HeaderEdit& edit)
+{
+    const auto original = OpenDataFile(path, DataFile::ACCESS_READ, DataFile::OPEN_EXISTING, path);
+    CheckEditApplies(*original, edit, path);
+    TreeSnapshot snapshot(*original);
+    original->Close();
+    return snapshot;
+}
+
+void EditAndWrite(const TemporaryCopy& copy, const std::string& path, const HeaderEdit& edit)
+{
+    // The trimming open behaviour cuts the copy after the last byte the writer wrote, so no
+    // stale bytes of a longer old content stay behind a shorter new one.
+    const auto file = OpenDataFile(copy.Path(), DataFile::ACCESS_READ_WRITE,
+                                   DataFile::OPEN_EXISTING_TRIM_ON_CLOSE, path);
+    ApplyEdit(*file, edit, path);
+    file->Close();
+}
+
+void VerifySaved(const TemporaryCopy& copy, const std::string& path, const TreeSnapshot& before,
+                 const HeaderEdit& edit)
+{
+    const auto saved =
+        OpenDataFile(copy.Path(), DataFile::ACCESS_READ, DataFile::OPEN_EXISTING, path);
+    const std::string problem = FindSaveProblem(before, *saved, edit);
+    saved->Close();
+    if (!problem.empty())
+    {
+        Fail(path + ": " + NOT_SAVED + problem);
+    }
+}
+
+// Every failure after the copy was made says that nothing was saved, and names the user's
+// file rather than the copy.
+[[noreturn]] void FailNotSaved(const std::string& path, const std::string& copyPath)
+{
+    std::string reason =
+        WithoutFilePrefix(ReplaceAll(DescribeCurrentException(), copyPath, path), path);
+    if (reason.compare(0, std::strlen(NOT_SAVED), NOT_SAVED) != 0)
+    {
+        reason = NOT_SAVED + reason;
+    }
+    Fail(path + ": " + reason);
+}
+} // namespace
+
+void SaveWithEdit(const std::string& path, const HeaderEdit& edit)
+{
+    RequireReadableFile(path);
+    RequireWritableFile(path);
+    const std::string target = ResolveTarget(path);
+    struct stat status
+    {
+    };
+    if (::stat(target.c_str(), &status) != 0)
+    {
+        Fail(path + ": " + std::strerror(errno));
+    }
+    const TreeSnapshot before = ReadOriginal(path, edit);
+
+    TemporaryCopy copy(target, path);
+    try
+    {
+        EditAndWrite(copy, path, edit);
+        copy.SyncToDisk();
+        VerifySaved(copy, path, before, edit);
+    }
+    catch (...)
+    {
+        FailNotSaved(path, copy.Path());
+    }
+    copy.ReplaceTarget(status.st_mode & 07777);
+}
+
+} // namespace Kiv::Tool

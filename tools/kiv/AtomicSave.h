@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "HeaderEdit.h"
+
+namespace Kiv::Tool
+{
+
+// Saves an edit so that the file is either fully replaced by a verified new version or left
+// byte for byte as it was: the edit is made in a copy beside the file, written by the file
+// type's own writer, cut to what the writer wrote, flushed to disk, read back and compared
+// with the original's tree, and only then renamed over the file. Raises "PATH: reason".
+void SaveWithEdit(const std::string& path, const HeaderEdit& edit);
+
+} // namespace Kiv::Tool

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace Kiv::Tool
+{
+
+// The work of each kiv command. Each returns the exit status (0 success, 1 when the work
+// failed) or raises a host error whose message names the file and the reason.
+
+int RunFormats(std::ostream& out, bool json);
+int RunInfo(std::ostream& out, const std::string& path);
+int RunDump(std::ostream& out, const std::string& path, bool json, bool withData);
+
+// section, key and value arrive as UTF-8 and are stored as Latin-1.
+int RunSet(std::ostream& out, const std::string& path, const std::string& section,
+           const std::string& key, const std::string& value);
+int RunUnset(std::ostream& out, const std::string& path, const std::string& section,
+             const std::string& key);
+int RunResave(std::ostream& out, const std::string& path);
+
+// Runs the test suites of the named modules (a module's name, file name or path), or of every
+// loaded module; ends with the line "N passed, M failed".
+int RunSelftest(std::ostream& out, const std::vector<std::string>& modules);
+
+} // namespace Kiv::Tool

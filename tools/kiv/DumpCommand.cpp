@@ -1,0 +1,24 @@
+#include "Commands.h"
+#include "FileAccess.h"
+#include "TreeRenderer.h"
+
+namespace Kiv::Tool
+{
+
+int RunDump(std::ostream& out, const std::string& path, bool json, bool withData)
+{
+    LoadFileTypeModules();
+    const auto file = OpenForReading(path);
+    if (json)
+    {
+        WriteJson(out, MakeJsonDump(path, *file, withData));
+    }
+    else
+    {
+        WriteTextDump(out, path, *file, withData);
+    }
+    file->Close();
+    return 0;
+}
+
+} // namespace Kiv::Tool

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+
+#include "Kiv/DataCore/DataFile.h"
+#include "TreeSnapshot.h"
+
+namespace Kiv::Tool
+{
+
+// One change to a file's header: a value stored as text under a key of a section, a key
+// removed, or nothing changed and the file only written again. Texts are Latin-1, as the
+// header holds them.
+struct HeaderEdit
+{
+    enum class Action
+    {
+        Set,
+        Unset,
+        Resave,
+    };
+
+    Action action = Action::Resave;
+    std::string section;
+    std::string key;
+    std::string value;
+};
+
+// Raises "FILE: reason" when the edit cannot apply to the file: a section it does not have,
+// or, to unset, a key the section does not have.
+void CheckEditApplies(Kiv::DataCore::DataFile& file, const HeaderEdit& edit,
+                      const std::string& displayName);
+
+// Changes the open file's tree so that the file type's writer saves the edit: a set stores
+// the text (a typed key is typed again when the file is read back), an unset removes the
+// key, a resave only reports a change, which marks the file modified.
+void ApplyEdit(Kiv::DataCore::DataFile& file, const HeaderEdit& edit,
+               const std::string& displayName);
+
+// What is wrong with a saved file read back after the edit, compared with the tree before it,
+// or an empty text when it holds exactly what was intended.
+std::string FindSaveProblem(const TreeSnapshot& before, Kiv::DataCore::DataFile& saved,
+                            const HeaderEdit& edit);
+
+} // namespace Kiv::Tool

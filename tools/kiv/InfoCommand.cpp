@@ -1,0 +1,233 @@
+#include <cstdio>
+#include <sys/stat.h>
+
+#include "Commands.h"
+#include "FileAccess.h"
+#include "Latin1.h"
+#include "Statistics.h"
+#include "ValueView.h"
+
+namespace Kiv::Tool
+{
+
+using namespace Kiv::DataCore;
+
+namespace
+{
+const std::size_t LABEL_WIDTH = 18;
+
+std::string Figure(double value)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%.6g", value);
+    return text;
+}
+
+// Display width of UTF-8 text: one column a character.
+std::size_t Columns(const std::string& utf8)
+{
+    std::size_t columns = 0;
+    for (const char c : utf8)
+    {
+        columns += (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    }
+    return columns;
+}
+
+std::string PadRight(const std::string& utf8, std::size_t width)
+{
+    const std::size_t columns = Columns(utf8);
+    return utf8 + std::string(columns < width ? width - columns : 1, ' ');
+}
+
+void Line(std::ostream& out, int indent, const std::string& label, const std::string& value)
+{
+    out << std::string(static_cast<std::size_t>(indent), ' ')
+        << PadRight(label + ":", LABEL_WIDTH - static_cast<std::size_t>(indent)) << value << '\n';
+}
+
+// The first entry of that name in any top-level section, in file order: the host knows the
+// keys a microscopist looks for, not which section a file type keeps them in.
+boost::shared_ptr<DataObject> FindInSections(DataFile& file, const std::string& key)
+{
+    for (const auto& entry : file.GetEntries())
+    {
+        if (const auto section = boost::dynamic_pointer_cast<DataContainer>(entry.second))
+        {
+            if (const auto found = section->Get(key))
+            {
+                return found;
+            }
+        }
+    }
+    return nullptr;
+}
+
+template <class T>
+boost::shared_ptr<T> FindValueInSections(DataFile& file, const std::string& key)
+{
+    return ValueOf<T>(FindInSections(file, key));
+}
+
+// The first value of type T anywhere in the tree, depth first.
+template <class T>
+boost::shared_ptr<T> FindFirstOfType(DataContainer& container)
+{
+    for (const auto& entry : container.GetEntries())
+    {
+        if (const auto value = ValueOf<T>(entry.second))
+        {
+            return value;
+        }
+        if (const auto child = boost::dynamic_pointer_cast<DataContainer>(entry.second))
+        {
+            if (const auto value = FindFirstOfType<T>(*child))
+            {
+                return value;
+            }
+        }
+    }
+    return nullptr;
+}
+
+std::string SizeText(const std::string& path)
+{
+    struct stat status
+    {
+    };
+    return ::stat(path.c_str(), &status) == 0 ? std::to_string(status.st_size) + " bytes"
+                                              : std::string("unknown");
+}
+
+void WriteSections(std::ostream& out, DataFile& file)
+{
+    const auto entries = file.GetEntries();
+    std::size_t width = 0;
+    for (const auto& entry : entries)
+    {
+        width = std::max(width, Columns(Latin1ToUtf8(entry.first)));
+    }
+    out << "Sections:\n";
+    for (const auto& [key, object] : entries)
+    {
+        const auto section = boost::dynamic_pointer_cast<DataContainer>(object);
+        const std::string what = section ? std::to_string(section->NumDataObjects()) +
+                                               (section->NumDataObjects() == 1 ? " key" : " keys")
+                                         : RenderValue(object);
+        out << "  " << PadRight(Latin1ToUtf8(key), width + 2) << what << '\n';
+    }
+}
+
+std::string RangeText(const boost::shared_ptr<DataObject>& object)
+{
+    if (const auto range = ValueOf<UnitizedDouble>(object))
+    {
+        return FormatUnitized(*range);
+    }
+    return object ? RenderValue(object) : std::string("unknown");
+}
+
+std::string PixelSizeText(const boost::shared_ptr<DataObject>& range, std::size_t samples)
+{
+    const auto value = ValueOf<UnitizedDouble>(range);
+    if (!value || samples == 0)
+    {
+        return "unknown";
+    }
+    const std::string unit = value->GetUnit() ? value->GetUnit()->GetAbbreviation() : "";
+    return Figure(value->GetValue() / static_cast<double>(samples)) +
+           (unit.empty() ? "" : " " + Latin1ToUtf8(unit));
+}
+
+void WriteImage(std::ostream& out, DataFile& file, const FloatMatrix& image)
+{
+    const auto rangeX = FindInSections(file, "ScanRangeX");
+    const auto rangeY = FindInSections(file, "ScanRangeY");
+    const SampleStatistics figures = ComputeStatistics(MatrixSamples(image), image.data().size());
+    out << "Image:\n";
+    Line(out, 2, "Resolution",
+         std::to_string(image.size2()) + " x " + std::to_string(image.size1()) + " samples");
+    Line(out, 2, "Scan range", RangeText(rangeX) + " x " + RangeText(rangeY));
+    Line(out, 2, "Pixel size",
+         PixelSizeText(rangeX, image.size2()) + " x " + PixelSizeText(rangeY, image.size1()));
+    Line(out, 2, "Minimum", Figure(figures.minimum));
+    Line(out, 2, "Maximum", Figure(figures.maximum));
+    Line(out, 2, "Mean", Figure(figures.mean));
+    Line(out, 2, "RMS roughness", Figure(figures.rmsRoughness));
+    if (figures.nonFinite != 0)
+    {
+        Line(out, 2, "Not a number", std::to_string(figures.nonFinite) + " samples");
+    }
+}
+
+std::string CountText(DataFile& file, const std::string& key)
+{
+    const auto object = FindInSections(file, key);
+    if (const auto number = ValueOf<long>(object))
+    {
+        return std::to_string(*number);
+    }
+    return object ? RenderValue(object) : std::string("not given");
+}
+
+void WriteForceCurves(std::ostream& out, DataFile& file, const FloatMatrixList& curves)
+{
+    out << "Force curves:\n";
+    Line(out, 2, "Series", CountText(file, "Series Number"));
+    Line(out, 2, "Points",
+         CountText(file, "Points Number") + " (" + std::to_string(curves.size()) + " read)");
+    if (!curves.empty())
+    {
+        Line(out, 2, "Values a point", std::to_string(curves.front().data().size()));
+    }
+    const auto labels = FindValueInSections<std::string>(file, "ForceCurveDataLabels");
+    if (!labels || labels->empty())
+    {
+        Line(out, 2, "Curve labels", "none");
+        return;
+    }
+    out << "  Curve labels:\n";
+    std::size_t number = 1;
+    std::size_t start = 0;
+    for (;;)
+    {
+        const std::size_t comma = labels->find(',', start);
+        out << "    " << number++ << ". "
+            << Latin1ToUtf8(labels->substr(start, comma == std::string::npos ? std::string::npos
+                                                                             : comma - start))
+            << '\n';
+        if (comma == std::string::npos)
+        {
+            break;
+        }
+        start = comma + 1;
+    }
+}
+} // namespace
+
+int RunInfo(std::ostream& out, const std::string& path)
+{
+    LoadFileTypeModules();
+    const auto file = OpenForReading(path);
+    Line(out, 0, "File", ToDisplayText(path));
+    Line(out, 0, "Type",
+         ToDisplayText(file->GetFileType()) + " (" + ToDisplayText(file->DescribeFileType()) + ")");
+    if (const auto subType = FindValueInSections<std::string>(*file, "FileSubType"))
+    {
+        Line(out, 0, "Sub-type", Latin1ToUtf8(*subType));
+    }
+    Line(out, 0, "Size", SizeText(path));
+    WriteSections(out, *file);
+    if (const auto image = FindFirstOfType<FloatMatrix>(*file))
+    {
+        WriteImage(out, *file, *image);
+    }
+    if (const auto curves = FindFirstOfType<FloatMatrixList>(*file))
+    {
+        WriteForceCurves(out, *file, *curves);
+    }
+    file->Close();
+    return 0;
+}
+
+} // namespace Kiv::Tool

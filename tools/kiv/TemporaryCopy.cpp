@@ -1,0 +1,168 @@
+#include "TemporaryCopy.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Failure.h"
+
+namespace Kiv::Tool
+{
+
+namespace
+{
+// Closes a descriptor when it goes out of scope.
+class Descriptor
+{
+public:
+    explicit Descriptor(int descriptor) : m_Descriptor(descriptor) {}
+    ~Descriptor()
+    {
+        if (m_Descriptor >= 0)
+        {
+            ::close(m_Descriptor);
+        }
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int Get() const { return m_Descriptor; }
+    // Closes now, so that an error of the close itself is seen; false when it failed.
+    bool Close()
+    {
+        const int descriptor = m_Descriptor;
+        m_Descriptor = -1;
+        return ::close(descriptor) == 0;
+    }
+
+private:
+    int m_Descriptor;
+};
+
+bool WriteAll(int descriptor, const char* bytes, std::size_t count)
+{
+    while (count > 0)
+    {
+        const ssize_t written = ::write(descriptor, bytes, count);
+        if (written < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (written <= 0)
+        {
+            return false;
+        }
+        bytes += written;
+        count -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+} // namespace
+
+TemporaryCopy::TemporaryCopy(const std::string& target, const std::string& displayName)
+    : m_Target(target), m_DisplayName(displayName)
+{
+    const std::filesystem::path targetPath(target);
+    m_Folder = targetPath.has_parent_path() ? targetPath.parent_path().string() : ".";
+    std::string pattern =
+        (std::filesystem::path(m_Folder) / ("." + targetPath.filename().string() + ".kiv-XXXXXX"))
+            .string();
+    Descriptor copy(::mkstemp(pattern.data()));
+    if (copy.Get() < 0)
+    {
+        FailWithErrno("cannot create a temporary file in \"" + m_Folder + "\"");
+    }
+    m_Path = pattern;
+    // The destructor does not run for a constructor that throws: remove the copy here.
+    try
+    {
+        CopyTargetInto(copy.Get());
+        if (!copy.Close())
+        {
+            FailWithErrno("cannot write the temporary file \"" + m_Path + "\"");
+        }
+    }
+    catch (...)
+    {
+        ::unlink(m_Path.c_str());
+        throw;
+    }
+}
+
+void TemporaryCopy::CopyTargetInto(int copy) const
+{
+    Descriptor original(::open(m_Target.c_str(), O_RDONLY | O_CLOEXEC));
+    if (original.Get() < 0)
+    {
+        FailWithErrno("cannot read the file");
+    }
+    std::vector<char> buffer(1 << 16);
+    for (;;)
+    {
+        const ssize_t got = ::read(original.Get(), buffer.data(), buffer.size());
+        if (got < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (got < 0)
+        {
+            FailWithErrno("cannot read the file");
+        }
+        if (got == 0)
+        {
+            break;
+        }
+        if (!WriteAll(copy, buffer.data(), static_cast<std::size_t>(got)))
+        {
+            FailWithErrno("cannot write the temporary file \"" + m_Path + "\"");
+        }
+    }
+}
+
+TemporaryCopy::~TemporaryCopy()
+{
+    if (!m_Replaced && !m_Path.empty())
+    {
+        ::unlink(m_Path.c_str());
+    }
+}
+
+void TemporaryCopy::SyncToDisk()
+{
+    Descriptor copy(::open(m_Path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (copy.Get() < 0 || ::fsync(copy.Get()) != 0)
+    {
+        FailWithErrno("cannot flush the saved copy to disk");
+    }
+}
+
+void TemporaryCopy::ReplaceTarget(mode_t permissions)
+{
+    if (::chmod(m_Path.c_str(), permissions) != 0)
+    {
+        FailWithErrno("cannot give the saved copy the file's permissions");
+    }
+    if (::rename(m_Path.c_str(), m_Target.c_str()) != 0)
+    {
+        FailWithErrno("cannot put the saved copy in the file's place");
+    }
+    m_Replaced = true;
+    // The rename is done; a folder that cannot be synced only loses durability, not data.
+    Descriptor folder(::open(m_Folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.Get() >= 0)
+    {
+        ::fsync(folder.Get());
+    }
+}
+
+void TemporaryCopy::FailWithErrno(const std::string& what) const
+{
+    Fail(m_DisplayName + ": not saved: " + what + ": " + std::strerror(errno));
+}
+
+} // namespace Kiv::Tool
