@@ -6,9 +6,9 @@
 #include <cstring>
 #include <limits>
 
-#include "HeaderNumbers.h"
 #include "Kiv/Core/AllocationLimit.h"
 #include "PelrixIdentity.h"
+#include "SectionValues.h"
 
 namespace Pelrix
 {
@@ -92,6 +92,7 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
         const char* rest = line.data();
         const char* const end = rest + line.size();
         bool complete = true;
+        bool moreValues = false;
         for (std::uint64_t j = 0; j < columns; ++j)
         {
             const char* tab = static_cast<const char*>(std::memchr(rest, '\t', end - rest));
@@ -104,6 +105,7 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
             values(static_cast<std::size_t>(j), 0) =
                 static_cast<float>(ParseForceValue(rest, tokenEnd));
             // Without a further tab the last value repeats into the remaining columns.
+            moreValues = tab != nullptr;
             if (tab)
             {
                 rest = tab + 1;
@@ -111,10 +113,18 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
         }
         if (!complete)
         {
+            NoteUnkeptContent("force data line " + std::to_string(taken + 1) +
+                              " has an empty value; it and what follows are not kept");
             break;
+        }
+        if (moreValues && rest < end)
+        {
+            NoteUnkeptContent("force data line " + std::to_string(taken + 1) + " holds more than " +
+                              std::to_string(columns) + " values; the rest are not kept");
         }
         curves.push_back(std::move(values));
     }
+    NoteBytesAfter(m_InputStream->GetInputPos(), "after the force data");
     m_CurrentSection = GetSubData({Names::DATA_SECTION}, true);
     m_CurrentSection->Put(Names::RAW_DATA, curves);
 }
@@ -128,11 +138,13 @@ void PelrixDataFile::WriteForceData()
             .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
     }
     // Shared, not copied: the curves are only read here, under their data lock.
-    const auto stored = dataSection->GetShared<FloatMatrixList>(Names::RAW_DATA);
-    const auto lock = stored ? dataSection->Get(Names::RAW_DATA)->GetDataLock() : nullptr;
+    const auto stored = GetLockedValue<FloatMatrixList>(*dataSection, Names::RAW_DATA);
     const FloatMatrixList noCurves;
-    const FloatMatrixList& curves = stored ? *stored : noCurves;
+    const FloatMatrixList& curves = stored.value ? *stored.value : noCurves;
     const long valuesPerLine = 2 * GetFileOverviewInfo<long>("NumberOfDataPlists");
+    // A line is built whole; the widest value takes 48 characters.
+    Kiv::Core::CheckAllocation(static_cast<std::uint64_t>(std::max(valuesPerLine, 0L)) * 48,
+                               "a force-curve line for " + GetFileName());
     std::string line;
     char number[50];
     for (const auto& curve : curves)
@@ -142,7 +154,7 @@ void PelrixDataFile::WriteForceData()
         {
             // A matrix shorter than the line is the caller's error; write 0 rather than read
             // past its end.
-            const double value = static_cast<std::size_t>(j) < curve.size1()
+            const double value = static_cast<std::size_t>(j) < curve.size1() && curve.size2() > 0
                                      ? static_cast<double>(curve(static_cast<std::size_t>(j), 0))
                                      : 0.0;
             // to_chars with precision 6 prints exactly what printf's "%f" prints, at a fraction

@@ -75,10 +75,13 @@ std::string TrimLeading(const std::string& text)
 void PelrixDataFile::ReadHeader()
 {
     std::string line;
+    m_HeaderLineNumber = 0;
+    m_ForceCurveLabelsLine = 0;
     for (;;)
     {
         line.clear();
         const bool more = ReadLine(line);
+        ++m_HeaderLineNumber;
         if (line == Names::DATA_SECTION)
         {
             break;
@@ -92,6 +95,13 @@ void PelrixDataFile::ReadHeader()
     }
     // The logical position, not the read-ahead: force data start right after this line.
     m_DataStartPos = m_InputStream->GetInputPos();
+    // Only a force file writes its labels line back (the last comma line); an image file
+    // writes none.
+    if (m_ForceCurveLabelsLine != 0 && m_FileSubType != Names::FORCE)
+    {
+        NoteUnkeptLine(m_ForceCurveLabelsLine, m_ForceCurveLabels, "holds a comma");
+    }
+    NoteUnwrittenSections();
 }
 
 // Appends the next line to line, dropping every carriage return; false when the input ended
@@ -135,11 +145,20 @@ void PelrixDataFile::ProcessLine(const std::string& line)
     else if (line.find(',') != std::string::npos)
     {
         // The force-curve labels; a value holding a comma is never read, as files expect.
+        if (m_ForceCurveLabelsLine != 0)
+        {
+            NoteUnkeptLine(m_ForceCurveLabelsLine, m_ForceCurveLabels, "holds a comma");
+        }
         m_ForceCurveLabels = line;
+        m_ForceCurveLabelsLine = m_HeaderLineNumber;
     }
     else if (!m_CurrentSectionName.empty())
     {
         ProcessHeaderSection(line);
+    }
+    else
+    {
+        NoteUnkeptLine(m_HeaderLineNumber, line, "stands before the first section");
     }
 }
 
@@ -164,6 +183,23 @@ void PelrixDataFile::ProcessHeaderSection(const std::string& line)
     const std::string key = equals == std::string::npos ? line : line.substr(0, equals);
     const std::string value =
         TrimLeading(equals == std::string::npos ? line : line.substr(equals + 1));
+    if (equals == std::string::npos)
+    {
+        NoteUnkeptLine(m_HeaderLineNumber, line, "has no \"=\" and would be written back changed");
+    }
+    else if (key.empty())
+    {
+        NoteUnkeptLine(m_HeaderLineNumber, line, "has no key");
+    }
+    else if (key == Names::RAW_DATA)
+    {
+        NoteUnkeptLine(m_HeaderLineNumber, line, "uses the key the data are kept under");
+    }
+    else if (m_CurrentSection->Exists(key))
+    {
+        NoteUnkeptContent("\"" + key + "\" appears more than once in " + m_CurrentSectionName +
+                          "; only the last value is kept");
+    }
     const auto kind = m_CurrentTypeMap.find(key);
     switch (kind == m_CurrentTypeMap.end() ? static_cast<int>(KindNone) : kind->second)
     {

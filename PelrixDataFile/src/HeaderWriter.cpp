@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iomanip>
 #include <limits>
+#include <locale>
 #include <sstream>
 
 #include "PelrixIdentity.h"
@@ -85,6 +86,7 @@ void PelrixDataFile::WriteHeaderSectionToDisk(std::string sectionName)
             continue;
         }
         std::ostringstream line;
+        line.imbue(std::locale::classic());
         if (key.empty())
         {
             line << CRLF;

@@ -3,9 +3,9 @@
 #include <cstring>
 #include <limits>
 
-#include "HeaderNumbers.h"
 #include "Kiv/Core/AllocationLimit.h"
 #include "PelrixIdentity.h"
+#include "SectionValues.h"
 
 namespace Pelrix
 {
@@ -50,6 +50,8 @@ void PelrixDataFile::LoadImageData()
         Kiv::Core::AllocationFailed(what).RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
     }
 
+    NoteNonZeroPadding(dataOffset);
+
     // Setting the file's position drops the buffered reader's read-ahead, so the bulk read
     // goes straight from "DataOffset" into the matrix's own storage.
     m_FileStream.SetInputPos(dataOffset, Kiv::Core::FROM_BEGIN);
@@ -60,6 +62,31 @@ void PelrixDataFile::LoadImageData()
 
     m_CurrentSection = GetSubData({Names::DATA_SECTION}, true);
     m_CurrentSection->PutReference(Names::RAW_DATA, matrix, false);
+    NoteBytesAfter(static_cast<std::int64_t>(dataOffset + byteCount), "after the image data");
+}
+
+// The writer pads the header with zeros up to "DataOffset"; anything else there is lost.
+void PelrixDataFile::NoteNonZeroPadding(std::int64_t dataOffset)
+{
+    if (m_DataStartPos >= dataOffset)
+    {
+        return;
+    }
+    m_FileStream.SetInputPos(m_DataStartPos, Kiv::Core::FROM_BEGIN);
+    for (std::int64_t position = m_DataStartPos; position < dataOffset; ++position)
+    {
+        const int byte = m_InputStream->ReadByte();
+        if (byte < 0)
+        {
+            return;
+        }
+        if (byte != 0)
+        {
+            NoteUnkeptContent("the bytes between the header and \"DataOffset\" are not all zero "
+                              "and are not kept");
+            return;
+        }
+    }
 }
 
 void PelrixDataFile::WriteImageData()
@@ -71,12 +98,12 @@ void PelrixDataFile::WriteImageData()
             .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
     }
     // Shared rather than copied: the samples go out in one block from the matrix's storage.
-    const auto matrix = dataSection->GetShared<FloatMatrix>(Names::RAW_DATA);
+    const auto stored = GetLockedValue<FloatMatrix>(*dataSection, Names::RAW_DATA);
+    const auto& matrix = stored.value;
     if (!matrix || matrix->size1() == 0 || matrix->size2() == 0)
     {
         return;
     }
-    const auto lock = dataSection->Get(Names::RAW_DATA)->GetDataLock();
     const std::uint64_t byteCount =
         static_cast<std::uint64_t>(matrix->size1()) * matrix->size2() * sizeof(float);
     WriteCountedBlock(&matrix->data()[0], byteCount);

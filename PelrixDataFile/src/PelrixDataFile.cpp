@@ -87,11 +87,14 @@ bool PelrixDataFile::Open(const std::string& fileName, EAccess access, EOpenBeha
     m_FileSize = m_FileStream.GetSize();
     try
     {
+        m_UnkeptContent.clear();
+        m_UnkeptOverflow = 0;
         if (access != ACCESS_WRITE && m_FileSize != 0)
         {
             ReadFileContents();
         }
         StorePelrixFileOverviewInfo();
+        PublishUnkeptContent();
     }
     catch (...)
     {

@@ -1,5 +1,6 @@
 #include "Pelrix/PelrixDataFile.h"
 
+#include <locale>
 #include <sstream>
 
 #include "PelrixIdentity.h"
@@ -30,6 +31,8 @@ std::string PelrixDataFile::GetFormattedValueString(boost::shared_ptr<DataContai
                                                     std::string key) const
 {
     std::ostringstream out;
+    // Headers are read back with the C library's number parsing: no grouping, a point.
+    out.imbue(std::locale::classic());
     const auto object = section->Get(key);
     if (object && object->IsType(typeid(std::string)))
     {

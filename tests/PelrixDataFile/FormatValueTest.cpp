@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <locale>
 
 #include "CollectingAlertHandler.h"
 #include "WriteTestFiles.h"
@@ -134,5 +135,42 @@ TEST(FormatValue, ValueOfAnotherTypeRaisesUnknownValueType)
             EXPECT_EQ(error.GetAlertId(), "PelrixDataFile") << unknownCase.name;
             EXPECT_EQ(alerts->Count("error"), 1u) << unknownCase.name;
         }
+    }
+}
+
+namespace
+{
+// A locale that groups thousands and writes a decimal comma, as a host program may install.
+struct CommaDecimals : std::numpunct<char>
+{
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+class GlobalLocale
+{
+public:
+    explicit GlobalLocale(const std::locale& locale) : m_Previous(std::locale::global(locale)) {}
+    ~GlobalLocale() { std::locale::global(m_Previous); }
+
+private:
+    std::locale m_Previous;
+};
+} // namespace
+
+// Headers are read back with atol and sscanf, so the program's locale must not reach them.
+TEST(FormatValue, TheProgramsLocaleDoesNotChangeTheText)
+{
+    GlobalLocale comma(std::locale(std::locale::classic(), new CommaDecimals));
+    const FormatCase cases[] = {
+        {"long", [](DataContainer& s) { s.Put<long>("Key", 1234567); }, "1234567"},
+        {"double", [](DataContainer& s) { s.Put<double>("Key", 1234.5); }, "1234.5"},
+        {"unitized", [](DataContainer& s) { PutUnitized(s, 10000.0, "\xB5m"); },
+         "10000.0000 \xB5m"},
+    };
+    for (const auto& c : cases)
+    {
+        EXPECT_EQ(Formatted(c), c.expected) << c.name;
     }
 }

@@ -122,6 +122,14 @@ private:
     void WriteImageData();
     void WriteForceData();
 
+    // --- what the writer will not keep ---
+    void NoteUnkeptContent(const std::string& description);
+    void NoteUnkeptLine(std::int64_t lineNumber, const std::string& line, const std::string& why);
+    void NoteUnwrittenSections();
+    void NoteBytesAfter(std::int64_t position, const std::string& what);
+    void NoteNonZeroPadding(std::int64_t dataOffset);
+    void PublishUnkeptContent();
+
     // --- overview record ---
     void StorePelrixFileOverviewInfo();
     template <class T>
@@ -152,8 +160,14 @@ private:
     std::string m_CurrentSectionName;
     boost::shared_ptr<Kiv::DataCore::DataContainer> m_CurrentSection;
     TypeMap m_CurrentTypeMap;
-    std::string m_FileSubType;      // "IMAGE" or "FORCE"; empty until the first open
-    std::string m_ForceCurveLabels; // the last header line holding a comma
+    std::string m_FileSubType;               // "IMAGE" or "FORCE"; empty until the first open
+    std::string m_ForceCurveLabels;          // the last header line holding a comma
+    std::int64_t m_ForceCurveLabelsLine = 0; // where this open found it; 0 for none
+    std::int64_t m_HeaderLineNumber = 0;
+    // Content of the file that saving would drop, published as the side container
+    // "UnkeptContent" so that a program can refuse to save rather than lose it.
+    std::vector<std::string> m_UnkeptContent;
+    std::uint64_t m_UnkeptOverflow = 0;
     std::int64_t m_DataStartPos = 0;
     TypeMap m_DataVersionTypeMap;
     TypeMap m_DataParametersTypeMap;
