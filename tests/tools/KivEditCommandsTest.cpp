@@ -88,6 +88,28 @@ TEST(KivSet, ATypedKeyIsReadBackTyped)
               std::string::npos);
 }
 
+TEST(KivSet, DataOffsetStaysANumberAndMovesTheSamples)
+{
+    // Stored as text, "DataOffset" would get no padding in front of the samples.
+    for (const long offset : {4096L, 8192L})
+    {
+        SCOPED_TRACE(offset);
+        TemporaryFolder folder;
+        const std::string path = folder.CopySample(IMAGE);
+        const std::string before = ReadBytes(path);
+
+        ExpectSaved(
+            RunKiv({"set", IMAGE, "[Data Parameters]", "DataOffset", std::to_string(offset)},
+                   folder.Path()));
+
+        EXPECT_EQ(Entry(DumpJson(folder, IMAGE), "[Data Parameters]", "DataOffset"),
+                  Json({{"type", "long"}, {"value", offset}}));
+        const std::string after = ReadBytes(path);
+        EXPECT_EQ(after.size(), static_cast<std::size_t>(offset) + 128 * 128 * 4);
+        EXPECT_EQ(ImageSamples(after), ImageSamples(before));
+    }
+}
+
 TEST(KivSet, AValueStartingWithAMinusFollowsADoubleDash)
 {
     TemporaryFolder folder;
@@ -243,7 +265,8 @@ TEST(KivEdit, FailuresLeaveTheFileByteForByteAsItWas)
         {"section the writer drops",
          {"set", IMAGE, "[System Info]", "Operator", "x"},
          ImageWithExtraSection(),
-         "[Scanner Calibration] is missing after saving"},
+         "not saved: the writer would drop content it cannot keep: section [Scanner "
+         "Calibration] is not written back"},
         {"value the writer cannot read back",
          {"resave", IMAGE},
          ImageWithEmptyScanRange(),

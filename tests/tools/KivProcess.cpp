@@ -1,6 +1,7 @@
 #include "KivProcess.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -8,11 +9,9 @@
 #include <stdexcept>
 
 #include <fcntl.h>
-#include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace KivToolTest
 {
@@ -30,26 +29,24 @@ std::vector<std::string> RunResult::ErrorLines() const
     return lines;
 }
 
-RunResult RunKiv(const std::vector<std::string>& arguments, const std::string& workingFolder)
+namespace
 {
-    // Output goes to files rather than pipes: a large dump can never block the child while
-    // the test waits on the other stream.
-    TemporaryFolder capture;
-    const std::string outPath = capture.File("stdout");
-    const std::string errPath = capture.File("stderr");
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(),
-                                     O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (!workingFolder.empty())
+// Opens a file for the child's output in the parent: between fork and exec the child may only
+// make async-signal-safe calls, and the tests start children from several threads.
+int OpenOutput(const std::string& path)
+{
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (descriptor < 0)
     {
-        posix_spawn_file_actions_addchdir_np(&actions, workingFolder.c_str());
+        throw std::runtime_error("cannot create " + path);
     }
+    return descriptor;
+}
+} // namespace
 
+RunningKiv::RunningKiv(const std::vector<std::string>& arguments, const std::string& workingFolder,
+                       std::uint64_t maxFileBytes)
+{
     std::vector<std::string> words{KIV_BINARY};
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
@@ -59,22 +56,68 @@ RunResult RunKiv(const std::vector<std::string>& arguments, const std::string& w
     }
     argv.push_back(nullptr);
 
-    pid_t child = 0;
-    const int spawned = posix_spawn(&child, KIV_BINARY, &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0)
+    // Output goes to files rather than pipes: a large dump can never block the child while
+    // the test waits on the other stream.
+    const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const int output = OpenOutput(m_Capture.File("stdout"));
+    const int errors = OpenOutput(m_Capture.File("stderr"));
+    const rlim_t maxBytes = maxFileBytes == 0 ? RLIM_INFINITY : static_cast<rlim_t>(maxFileBytes);
+    const rlimit limit{maxBytes, maxBytes};
+    m_Pid = fork();
+    if (m_Pid == 0)
+    {
+        if (dup2(input, STDIN_FILENO) < 0 || dup2(output, STDOUT_FILENO) < 0 ||
+            dup2(errors, STDERR_FILENO) < 0 ||
+            (!workingFolder.empty() && chdir(workingFolder.c_str()) != 0) ||
+            (maxFileBytes != 0 && setrlimit(RLIMIT_FSIZE, &limit) != 0))
+        {
+            _exit(127);
+        }
+        execv(KIV_BINARY, argv.data());
+        _exit(127);
+    }
+    close(input);
+    close(output);
+    close(errors);
+    if (m_Pid < 0)
     {
         throw std::runtime_error(std::string("cannot start ") + KIV_BINARY);
     }
+}
+
+RunningKiv::~RunningKiv()
+{
+    if (m_Pid > 0)
+    {
+        Wait();
+    }
+}
+
+RunResult RunningKiv::Wait()
+{
     int status = 0;
-    while (waitpid(child, &status, 0) < 0)
+    while (waitpid(m_Pid, &status, 0) < 0 && errno == EINTR)
     {
     }
+    m_Pid = -1;
     RunResult result;
     result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.out = ReadBytes(outPath);
-    result.err = ReadBytes(errPath);
+    result.killedBySignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    result.out = ReadBytes(m_Capture.File("stdout"));
+    result.err = ReadBytes(m_Capture.File("stderr"));
     return result;
+}
+
+RunResult RunKiv(const std::vector<std::string>& arguments, const std::string& workingFolder)
+{
+    return RunningKiv(arguments, workingFolder).Wait();
+}
+
+RunResult RunKivWithFileSizeLimit(std::uint64_t maxFileBytes,
+                                  const std::vector<std::string>& arguments,
+                                  const std::string& workingFolder)
+{
+    return RunningKiv(arguments, workingFolder, maxFileBytes).Wait();
 }
 
 TemporaryFolder::TemporaryFolder()

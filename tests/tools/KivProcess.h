@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
+
+#include <sys/types.h>
 
 namespace KivToolTest
 {
@@ -9,7 +12,8 @@ namespace KivToolTest
 // What one run of the built kiv binary did.
 struct RunResult
 {
-    int exitStatus = -1; // -1 when it did not exit normally
+    int exitStatus = -1;    // -1 when it did not exit normally
+    int killedBySignal = 0; // the signal that ended it, if one did
     std::string out;
     std::string err;
 
@@ -21,6 +25,11 @@ struct RunResult
 // stdout and stderr.
 RunResult RunKiv(const std::vector<std::string>& arguments,
                  const std::string& workingFolder = std::string());
+
+// As RunKiv, with the child's largest file size (RLIMIT_FSIZE) set to maxFileBytes.
+RunResult RunKivWithFileSizeLimit(std::uint64_t maxFileBytes,
+                                  const std::vector<std::string>& arguments,
+                                  const std::string& workingFolder = std::string());
 
 // A fresh folder under the system's temporary folder, removed with its contents at the end.
 class TemporaryFolder
@@ -40,6 +49,25 @@ public:
 
 private:
     std::string m_Path;
+};
+
+// A kiv process that runs while the test does something else; RunKiv is start and Wait.
+class RunningKiv
+{
+public:
+    // maxFileBytes: the child's RLIMIT_FSIZE; 0 for none.
+    RunningKiv(const std::vector<std::string>& arguments, const std::string& workingFolder,
+               std::uint64_t maxFileBytes = 0);
+    ~RunningKiv(); // waits for the process if Wait was not called
+    RunningKiv(const RunningKiv&) = delete;
+    RunningKiv& operator=(const RunningKiv&) = delete;
+
+    pid_t Pid() const { return m_Pid; }
+    RunResult Wait();
+
+private:
+    TemporaryFolder m_Capture;
+    pid_t m_Pid = -1;
 };
 
 std::string SamplesFolder();

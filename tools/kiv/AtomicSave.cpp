@@ -5,13 +5,14 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Failure.h"
 #include "FileAccess.h"
+#include "SaveLock.h"
 #include "TemporaryCopy.h"
 #include "TreeSnapshot.h"
+#include "UnkeptContent.h"
 
 namespace Kiv::Tool
 {
@@ -43,9 +44,11 @@ void RequireWritableFile(const std::string& path)
     }
 }
 
-TreeSnapshot ReadOriginal(const std::string& path, const HeaderEdit& edit)
+TreeSnapshot ReadOriginal(const std::string& target, const std::string& path,
+                          const HeaderEdit& edit)
 {
-    const auto original = OpenDataFile(path, DataFile::ACCESS_READ, DataFile::OPEN_EXISTING, path);
+    const auto original =
+        OpenDataFile(target, DataFile::ACCESS_READ, DataFile::OPEN_EXISTING, path);
     CheckEditApplies(*original, edit, path);
     TreeSnapshot snapshot(*original);
     original->Close();
@@ -58,6 +61,7 @@ void EditAndWrite(const TemporaryCopy& copy, const std::string& path, const Head
     // stale bytes of a longer old content stay behind a shorter new one.
     const auto file = OpenDataFile(copy.Path(), DataFile::ACCESS_READ_WRITE,
                                    DataFile::OPEN_EXISTING_TRIM_ON_CLOSE, path);
+    RefuseToDropUnkeptContent(*file, path);
     ApplyEdit(*file, edit, path);
     file->Close();
 }
@@ -94,16 +98,12 @@ void SaveWithEdit(const std::string& path, const HeaderEdit& edit)
     RequireReadableFile(path);
     RequireWritableFile(path);
     const std::string target = ResolveTarget(path);
-    struct stat status
-    {
-    };
-    if (::stat(target.c_str(), &status) != 0)
-    {
-        Fail(path + ": " + std::strerror(errno));
-    }
-    const TreeSnapshot before = ReadOriginal(path, edit);
+    // Held until the new version has replaced the file and the folder is on disk: the
+    // content read here is the content the saved version is made from.
+    const SaveLock lock(target, path);
+    const TreeSnapshot before = ReadOriginal(target, path, edit);
 
-    TemporaryCopy copy(target, path);
+    TemporaryCopy copy(target, lock.Descriptor(), path);
     try
     {
         EditAndWrite(copy, path, edit);
@@ -114,7 +114,7 @@ void SaveWithEdit(const std::string& path, const HeaderEdit& edit)
     {
         FailNotSaved(path, copy.Path());
     }
-    copy.ReplaceTarget(status.st_mode & 07777);
+    copy.ReplaceTarget(lock.Status().st_mode & 07777);
 }
 
 } // namespace Kiv::Tool

@@ -5,6 +5,7 @@
 
 #include "Failure.h"
 #include "Latin1.h"
+#include "NumberText.h"
 #include "ValueView.h"
 
 namespace Kiv::Tool
@@ -57,7 +58,7 @@ bool ReadsBackAsSet(const boost::shared_ptr<DataObject>& object, const std::stri
     case ValueKind::Float:
     {
         const auto stored = ValueOf<float>(object);
-        return stored && SameNumber(*stored, static_cast<float>(number));
+        return stored && SameNumber(*stored, std::strtof(value.c_str(), nullptr));
     }
     case ValueKind::Double:
     {
@@ -109,6 +110,46 @@ std::string FindEditedKeyProblem(DataFile& saved, const HeaderEdit& edit)
                (text ? QuoteText(edit.value) : Latin1ToUtf8(edit.value));
     }
     return std::string();
+}
+
+template <class T>
+bool PutParsed(DataContainer& section, const std::string& key, const std::optional<T>& number)
+{
+    if (number)
+    {
+        section.Put<T>(key, *number);
+    }
+    return number.has_value();
+}
+
+// A key the file holds as a plain number gets a number of the same kind when the text spells
+// one: the file type may act on the type, as the writer pads the header up to "DataOffset"
+// only when it holds a number. Anything else is stored as the text.
+void StoreValue(DataContainer& section, const std::string& key, const std::string& text)
+{
+    const auto existing = section.Exists(key) ? section.Get(key) : nullptr;
+    bool stored = false;
+    switch (existing ? ClassifyValue(*existing) : ValueKind::Other)
+    {
+    case ValueKind::Int:
+        stored = PutParsed(section, key, ParseWholeInt(text));
+        break;
+    case ValueKind::Long:
+        stored = PutParsed(section, key, ParseWholeLong(text));
+        break;
+    case ValueKind::Float:
+        stored = PutParsed(section, key, ParseWholeFloat(text));
+        break;
+    case ValueKind::Double:
+        stored = PutParsed(section, key, ParseWholeDouble(text));
+        break;
+    default:
+        break;
+    }
+    if (!stored)
+    {
+        section.Put<std::string>(key, text);
+    }
 }
 
 bool IsEdited(const EntryPath& path, const HeaderEdit& edit)
@@ -187,7 +228,7 @@ void ApplyEdit(DataFile& file, const HeaderEdit& edit, const std::string& displa
     switch (edit.action)
     {
     case HeaderEdit::Action::Set:
-        file.GetSubData({edit.section}, false)->Put<std::string>(edit.key, edit.value);
+        StoreValue(*file.GetSubData({edit.section}, false), edit.key, edit.value);
         break;
     case HeaderEdit::Action::Unset:
         file.GetSubData({edit.section}, false)->Remove(edit.key);

@@ -8,9 +8,8 @@
 namespace Kiv::Tool
 {
 
-// One change to a file's header: a value stored as text under a key of a section, a key
-// removed, or nothing changed and the file only written again. Texts are Latin-1, as the
-// header holds them.
+// One change to a file's header: a value stored under a key of a section, a key removed, or nothing
+// changed and the file only written again. Texts are Latin-1, as the header holds them.
 struct HeaderEdit
 {
     enum class Action
@@ -32,8 +31,9 @@ void CheckEditApplies(Kiv::DataCore::DataFile& file, const HeaderEdit& edit,
                       const std::string& displayName);
 
 // Changes the open file's tree so that the file type's writer saves the edit: a set stores
-// the text (a typed key is typed again when the file is read back), an unset removes the
-// key, a resave only reports a change, which marks the file modified.
+// the text, or, under a key that holds an int, long, float or double, the number the whole
+// text spells in that kind (other typed keys are typed again when the file is read back); an
+// unset removes the key; a resave only reports a change, which marks the file modified.
 void ApplyEdit(Kiv::DataCore::DataFile& file, const HeaderEdit& edit,
                const std::string& displayName);
 

@@ -64,7 +64,7 @@ bool WriteAll(int descriptor, const char* bytes, std::size_t count)
 }
 } // namespace
 
-TemporaryCopy::TemporaryCopy(const std::string& target, const std::string& displayName)
+TemporaryCopy::TemporaryCopy(const std::string& target, int source, const std::string& displayName)
     : m_Target(target), m_DisplayName(displayName)
 {
     const std::filesystem::path targetPath(target);
@@ -72,7 +72,7 @@ TemporaryCopy::TemporaryCopy(const std::string& target, const std::string& displ
     std::string pattern =
         (std::filesystem::path(m_Folder) / ("." + targetPath.filename().string() + ".kiv-XXXXXX"))
             .string();
-    Descriptor copy(::mkstemp(pattern.data()));
+    Descriptor copy(m_RemoveOnInterrupt.CreateTemporaryFile(pattern));
     if (copy.Get() < 0)
     {
         FailWithErrno("cannot create a temporary file in \"" + m_Folder + "\"");
@@ -81,7 +81,7 @@ TemporaryCopy::TemporaryCopy(const std::string& target, const std::string& displ
     // The destructor does not run for a constructor that throws: remove the copy here.
     try
     {
-        CopyTargetInto(copy.Get());
+        CopyInto(source, copy.Get());
         if (!copy.Close())
         {
             FailWithErrno("cannot write the temporary file \"" + m_Path + "\"");
@@ -94,17 +94,12 @@ TemporaryCopy::TemporaryCopy(const std::string& target, const std::string& displ
     }
 }
 
-void TemporaryCopy::CopyTargetInto(int copy) const
+void TemporaryCopy::CopyInto(int source, int copy) const
 {
-    Descriptor original(::open(m_Target.c_str(), O_RDONLY | O_CLOEXEC));
-    if (original.Get() < 0)
-    {
-        FailWithErrno("cannot read the file");
-    }
     std::vector<char> buffer(1 << 16);
-    for (;;)
+    for (off_t offset = 0;;)
     {
-        const ssize_t got = ::read(original.Get(), buffer.data(), buffer.size());
+        const ssize_t got = ::pread(source, buffer.data(), buffer.size(), offset);
         if (got < 0 && errno == EINTR)
         {
             continue;
@@ -121,6 +116,7 @@ void TemporaryCopy::CopyTargetInto(int copy) const
         {
             FailWithErrno("cannot write the temporary file \"" + m_Path + "\"");
         }
+        offset += got;
     }
 }
 
@@ -152,6 +148,7 @@ void TemporaryCopy::ReplaceTarget(mode_t permissions)
         FailWithErrno("cannot put the saved copy in the file's place");
     }
     m_Replaced = true;
+    m_RemoveOnInterrupt.Release();
     // The rename is done; a folder that cannot be synced only loses durability, not data.
     Descriptor folder(::open(m_Folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.Get() >= 0)

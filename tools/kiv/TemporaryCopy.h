@@ -4,16 +4,19 @@
 
 #include <sys/types.h>
 
+#include "RemoveOnInterrupt.h"
+
 namespace Kiv::Tool
 {
 
 // A copy of a file in a new hidden file beside it: in the same folder, so that putting it in
-// the file's place is one atomic rename. The copy is removed unless it replaced the file.
-// Failures raise "DISPLAYNAME: not saved: reason".
+// the file's place is one atomic rename. The copy is removed unless it replaced the file, also
+// when kiv is interrupted or terminated. Failures raise "DISPLAYNAME: not saved: reason".
 class TemporaryCopy
 {
 public:
-    TemporaryCopy(const std::string& target, const std::string& displayName);
+    // source is the target, open for reading; it is read from its start.
+    TemporaryCopy(const std::string& target, int source, const std::string& displayName);
     ~TemporaryCopy();
     TemporaryCopy(const TemporaryCopy&) = delete;
     TemporaryCopy& operator=(const TemporaryCopy&) = delete;
@@ -28,7 +31,7 @@ public:
     void ReplaceTarget(mode_t permissions);
 
 private:
-    void CopyTargetInto(int copy) const;
+    void CopyInto(int source, int copy) const;
     [[noreturn]] void FailWithErrno(const std::string& what) const;
 
     std::string m_Target;
@@ -36,6 +39,7 @@ private:
     std::string m_Folder;
     std::string m_Path;
     bool m_Replaced = false;
+    RemoveOnInterrupt m_RemoveOnInterrupt;
 };
 
 } // namespace Kiv::Tool

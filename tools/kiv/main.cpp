@@ -1,5 +1,6 @@
 // kiv: the host's command line. It loads the file-type modules and works on any registered
 // file type through the host's data-file interface alone.
+#include <csignal>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -148,6 +149,10 @@ bool IsUnknownCommand(const CLI::App& app, int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    // A save past the file-size limit would otherwise kill kiv mid-write and leave its hidden
+    // temporary file behind; ignored, the write fails with EFBIG and is reported as any other
+    // failed save.
+    std::signal(SIGXFSZ, SIG_IGN);
     CLI::App app("Inspect and edit data files through the host's file-type modules.", "kiv");
     Arguments arguments;
     const Subcommands commands = DefineCommands(app, arguments);

@@ -1,0 +1,202 @@
+// kiv saves under conditions that used to lose data: content the file type's writer cannot
+// keep, several saves of one file at once, and a file-size limit reached mid-save.
+#include <chrono>
+#include <csignal>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "KivProcess.h"
+
+namespace KivToolTest
+{
+namespace
+{
+
+const char* const IMAGE = "topography_128.flt";
+const char* const FORCE = "force_2x300.flt";
+const std::size_t IMAGE_DATA_OFFSET = 4096;
+
+std::string Sample(const std::string& name)
+{
+    return ReadBytes(SamplesFolder() + "/" + name);
+}
+
+// The image with extra lines at the end of "[System Info]", taken out of the padding so that
+// the samples stay at "DataOffset".
+std::string ImageWithSystemInfoLines(const std::string& lines)
+{
+    const std::string operatorLine = "Operator=synthetic\r\n";
+    std::string bytes = Sample(IMAGE);
+    bytes.insert(bytes.find(operatorLine) + operatorLine.size(), lines);
+    bytes.erase(IMAGE_DATA_OFFSET, lines.size());
+    return bytes;
+}
+
+void ExpectFailedAndUntouched(const RunResult& result, const TemporaryFolder& folder,
+                              const std::string& name, const std::string& bytes)
+{
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_EQ(result.ErrorLines().size(), 1u) << result.err;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(ReadBytes(folder.File(name)), bytes);
+    EXPECT_EQ(folder.List(), std::vector<std::string>{name}); // no temporary file left
+}
+
+TEST(KivSave, RefusesAFileHoldingContentTheWriterWouldDrop)
+{
+    // A header line holding a comma is taken for the force curves' labels, which an image
+    // file never writes back.
+    const std::string refusal =
+        "kiv: topography_128.flt: not saved: the writer would drop content it cannot keep: ";
+    struct Case
+    {
+        const char* what;
+        std::vector<std::string> arguments;
+        std::string extraLines;
+        std::string expectedLine; // the whole line on stderr
+    };
+    const Case cases[] = {
+        {"resave",
+         {"resave", IMAGE},
+         "Notes=a, b\r\n",
+         refusal + "line 46: \"Notes=a, b\" holds a comma and is not kept\n"},
+        {"set, item in Latin-1",
+         {"set", IMAGE, "[System Info]", "Operator", "x"},
+         "Notes=Zo\xEB, b\r\n",
+         refusal + "line 46: \"Notes=Zo\xC3\xAB, b\" holds a comma and is not kept\n"},
+        {"unset, two items",
+         {"unset", IMAGE, "[System Info]", "Operator"},
+         "Notes=a, b\r\nMore=c, d\r\n",
+         refusal + "line 46: \"Notes=a, b\" holds a comma and is not kept (and 1 more)\n"},
+    };
+    for (const Case& test : cases)
+    {
+        SCOPED_TRACE(test.what);
+        TemporaryFolder folder;
+        const std::string bytes = ImageWithSystemInfoLines(test.extraLines);
+        WriteBytes(folder.File(IMAGE), bytes);
+
+        const RunResult result = RunKiv(test.arguments, folder.Path());
+
+        EXPECT_EQ(result.err, test.expectedLine);
+        ExpectFailedAndUntouched(result, folder, IMAGE, bytes);
+    }
+}
+
+TEST(KivSave, ParallelSetsOfOneFileKeepEveryKey)
+{
+    const int saves = 8;
+    TemporaryFolder folder;
+    WriteBytes(folder.File("c.flt"), Sample(IMAGE));
+    std::vector<RunResult> results(saves);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < saves; ++i)
+    {
+        threads.emplace_back(
+            [&, i]
+            {
+                const std::string n = std::to_string(i);
+                results[i] =
+                    RunKiv({"set", "c.flt", "[System Info]", "Key" + n, "v" + n}, folder.Path());
+            });
+    }
+    for (auto& thread : threads)
+    {
+        thread.join();
+    }
+
+    const RunResult dump = RunKiv({"dump", "--json", "c.flt"}, folder.Path());
+    ASSERT_EQ(dump.exitStatus, 0) << dump.err;
+    const auto section = nlohmann::json::parse(dump.out)["entries"]["[System Info]"]["entries"];
+    for (int i = 0; i < saves; ++i)
+    {
+        const std::string n = std::to_string(i);
+        SCOPED_TRACE("Key" + n);
+        EXPECT_EQ(results[i].exitStatus, 0) << results[i].err;
+        ASSERT_TRUE(section.contains("Key" + n));
+        EXPECT_EQ(section["Key" + n]["value"], "v" + n);
+    }
+    EXPECT_EQ(folder.List(), std::vector<std::string>{"c.flt"});
+}
+
+TEST(KivSave, AFileSizeLimitFailsTheSaveAndLeavesNoTemporaryFile)
+{
+    struct Case
+    {
+        const char* what;
+        std::string name;
+        std::vector<std::string> arguments;
+        std::uint64_t maxFileBytes;
+    };
+    const Case cases[] = {
+        // The limit is reached while the file is copied.
+        {"copying", IMAGE, {"set", IMAGE, "[System Info]", "Operator", "x"}, 20480},
+        // The copy fits exactly; the writer's longer header does not.
+        {"writing",
+         FORCE,
+         {"set", FORCE, "[Point Spectroscopy Data]", "Tip", "Si3N4"},
+         Sample(FORCE).size()},
+    };
+    for (const Case& test : cases)
+    {
+        SCOPED_TRACE(test.what);
+        TemporaryFolder folder;
+        const std::string bytes = Sample(test.name);
+        WriteBytes(folder.File(test.name), bytes);
+
+        const RunResult result =
+            RunKivWithFileSizeLimit(test.maxFileBytes, test.arguments, folder.Path());
+
+        EXPECT_EQ(result.err.rfind("kiv: " + test.name + ": not saved: ", 0), 0u) << result.err;
+        EXPECT_NE(result.err.find("File too large"), std::string::npos) << result.err;
+        ExpectFailedAndUntouched(result, folder, test.name, bytes);
+    }
+}
+
+// The sample's header over 2048 x 2048 samples: large enough that a save takes a while.
+std::string LargeImage()
+{
+    std::string header = Sample(IMAGE).substr(0, IMAGE_DATA_OFFSET);
+    for (const std::string key : {"ResolutionX=", "ResolutionY="})
+    {
+        header.replace(header.find(key + "128"), key.size() + 3, key + "2048");
+    }
+    header.resize(IMAGE_DATA_OFFSET); // the two longer lines take two bytes of the padding
+    return header + std::string(2048 * 2048 * 4, '\0');
+}
+
+TEST(KivSave, ATerminatedSaveLeavesNoTemporaryFile)
+{
+    TemporaryFolder folder;
+    const std::string bytes = LargeImage();
+    WriteBytes(folder.File("large.flt"), bytes);
+    // The signal must arrive while the temporary file exists; a save that got past its rename
+    // before the signal came is tried again.
+    for (int attempt = 0; attempt < 5; ++attempt)
+    {
+        RunningKiv kiv({"set", "large.flt", "[System Info]", "Operator", "x"}, folder.Path());
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (folder.List().size() == 1 && std::chrono::steady_clock::now() < giveUp)
+        {
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        ASSERT_EQ(kill(kiv.Pid(), SIGTERM), 0);
+        const RunResult result = kiv.Wait();
+
+        EXPECT_EQ(folder.List(), std::vector<std::string>{"large.flt"});
+        const bool untouched = ReadBytes(folder.File("large.flt")) == bytes;
+        if (result.killedBySignal == SIGTERM && untouched)
+        {
+            return;
+        }
+        WriteBytes(folder.File("large.flt"), bytes);
+    }
+    FAIL() << "every save got past its rename before the signal arrived";
+}
+
+} // namespace
+} // namespace KivToolTest
