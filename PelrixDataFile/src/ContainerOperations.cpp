@@ -18,7 +18,7 @@ void PelrixDataFile::Clear()
     if (!IsOpen())
     {
         ClosedDataFileError("Clear() called on an unopened Pelrix Data file")
-            .RaiseError(KIV_CODE_CONTEXT, "Tarvo.PelrixFile", false);
+            .RaiseError(PELRIX_CODE_CONTEXT, "Tarvo.PelrixFile", false);
     }
 }
 
@@ -27,7 +27,7 @@ boost::shared_ptr<DataObject> PelrixDataFile::Remove(const std::string&)
     if (!IsOpen())
     {
         ClosedDataFileError("Remove() called on an unopened PelrixDataFile file")
-            .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+            .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
     }
     Lock lock(BeginDataAccess(), Elapse(Elapse::INFINITE, Elapse::SECONDS));
     return nullptr;

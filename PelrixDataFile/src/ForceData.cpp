@@ -50,7 +50,7 @@ void PelrixDataFile::LoadForceData()
     if (seriesCount < 1)
     {
         DataFileError("ERROR: Missing Series Number. ")
-            .RaiseError(KIV_CODE_CONTEXT, Names::LEGACY_ALERT_ID, false);
+            .RaiseError(PELRIX_CODE_CONTEXT, Names::LEGACY_ALERT_ID, false);
     }
     ProcessForceData(seriesCount, pointCount);
 }
@@ -61,24 +61,24 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
     m_FileStream.SetInputPos(m_DataStartPos, Kiv::Core::FROM_BEGIN);
     const long lines = pointCount == 0 ? DEFAULT_FORCE_LINES : pointCount;
 
-    // Bound what the curves may take before reading any: a line holds at least one character
-    // and its line feed, so the file can yield no more lines than half its remaining bytes.
+    // One line's matrix must fit before any is read (a huge "Series Number"); the curves as a
+    // whole are counted as they grow, so a count larger than the file holds costs nothing.
     const std::uint64_t remaining =
         m_FileSize > static_cast<std::uint64_t>(m_DataStartPos) ? m_FileSize - m_DataStartPos : 0;
-    const std::uint64_t possibleLines = std::min<std::uint64_t>(
-        lines < 0 ? 0 : static_cast<std::uint64_t>(lines), (remaining + 1) / 2);
     const std::uint64_t bytesPerLine = columns * sizeof(float) + sizeof(FloatMatrix);
-    std::uint64_t bound = 0;
-    if (!Kiv::Core::MultiplyWithoutOverflow(possibleLines, bytesPerLine, bound))
+    const auto what = [&] {
+        return "force curves of " + std::to_string(columns) + " values a line for " + GetFileName();
+    };
+    std::uint64_t used = 0;
+    if (remaining > 0 && lines > 0)
     {
-        bound = std::numeric_limits<std::uint64_t>::max();
+        Kiv::Core::CheckAllocation(used + bytesPerLine, what());
     }
-    Kiv::Core::CheckAllocation(bound, "force curves of " + std::to_string(possibleLines) +
-                                          " lines x " + std::to_string(columns) + " values for " +
-                                          GetFileName());
 
     FloatMatrixList curves;
-    curves.reserve(static_cast<std::size_t>(possibleLines));
+    curves.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(
+        lines < 0 ? 0 : static_cast<std::uint64_t>(lines),
+        std::min<std::uint64_t>((remaining + 1) / 2, DEFAULT_FORCE_LINES))));
     std::string line;
     for (long taken = 0; taken < lines; ++taken)
     {
@@ -87,6 +87,11 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
         if (line.empty())
         {
             break;
+        }
+        used += bytesPerLine;
+        if (used > Kiv::Core::GetMaxAllocationBytes())
+        {
+            Kiv::Core::CheckAllocation(used, what());
         }
         FloatMatrix values(static_cast<std::size_t>(columns), 1);
         const char* rest = line.data();
@@ -135,22 +140,27 @@ void PelrixDataFile::WriteForceData()
     if (!dataSection)
     {
         DataFileError("WriteDataToDisk cannot find data section name")
-            .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+            .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
     }
     // Shared, not copied: the curves are only read here, under their data lock.
     const auto stored = GetLockedValue<FloatMatrixList>(*dataSection, Names::RAW_DATA);
     const FloatMatrixList noCurves;
     const FloatMatrixList& curves = stored.value ? *stored.value : noCurves;
-    const long valuesPerLine = 2 * GetFileOverviewInfo<long>("NumberOfDataPlists");
+    const long plists = GetFileOverviewInfo<long>("NumberOfDataPlists");
+    const std::uint64_t valuesPerLine = plists > 0 ? 2 * static_cast<std::uint64_t>(plists) : 0;
     // A line is built whole; the widest value takes 48 characters.
-    Kiv::Core::CheckAllocation(static_cast<std::uint64_t>(std::max(valuesPerLine, 0L)) * 48,
-                               "a force-curve line for " + GetFileName());
+    std::uint64_t lineBytes = 0;
+    if (!Kiv::Core::MultiplyWithoutOverflow(valuesPerLine, 48, lineBytes))
+    {
+        lineBytes = std::numeric_limits<std::uint64_t>::max();
+    }
+    Kiv::Core::CheckAllocation(lineBytes, "a force-curve line for " + GetFileName());
     std::string line;
     char number[50];
     for (const auto& curve : curves)
     {
         line.clear();
-        for (long j = 0; j < valuesPerLine; ++j)
+        for (std::uint64_t j = 0; j < valuesPerLine; ++j)
         {
             // A matrix shorter than the line is the caller's error; write 0 rather than read
             // past its end.

@@ -14,6 +14,11 @@ using namespace Kiv::DataCore;
 
 namespace
 {
+// What a stored value and a section cost beyond their text: the value object, its serializer
+// slot, the container's entry and index, the type map.
+constexpr std::uint64_t VALUE_OVERHEAD_BYTES = 256;
+constexpr std::uint64_t SECTION_OVERHEAD_BYTES = 1024;
+
 // Whole numbers as C's atoi/atol read them: leading white space, an optional sign, digits,
 // anything after ignored, and out-of-range values narrowed rather than undefined.
 long ParseDecimalLong(const std::string& text)
@@ -77,6 +82,7 @@ void PelrixDataFile::ReadHeader()
     std::string line;
     m_HeaderLineNumber = 0;
     m_ForceCurveLabelsLine = 0;
+    m_TreeBytes = 0;
     for (;;)
     {
         line.clear();
@@ -89,7 +95,7 @@ void PelrixDataFile::ReadHeader()
         if (!more)
         {
             DataFileError(GetFileName() + ": the header ends without a \"[Data]\" line")
-                .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+                .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
         }
         ProcessLine(line);
     }
@@ -132,6 +138,17 @@ bool PelrixDataFile::ReadLine(std::string& line)
     }
 }
 
+// Every value and section costs more than its text; a header of millions of lines must not
+// take more than one open may.
+void PelrixDataFile::CountTreeBytes(std::uint64_t bytes)
+{
+    m_TreeBytes += bytes;
+    if (m_TreeBytes > Kiv::Core::GetMaxAllocationBytes())
+    {
+        Kiv::Core::CheckAllocation(m_TreeBytes, "the header of " + GetFileName());
+    }
+}
+
 void PelrixDataFile::ProcessLine(const std::string& line)
 {
     if (line.empty())
@@ -165,6 +182,7 @@ void PelrixDataFile::ProcessLine(const std::string& line)
 void PelrixDataFile::SetupNewHeaderSection(const std::string& line)
 {
     m_CurrentSectionName = line;
+    CountTreeBytes(line.size() + SECTION_OVERHEAD_BYTES);
     if (Exists(line))
     {
         Kiv::Core::AssertFailed(
@@ -183,6 +201,7 @@ void PelrixDataFile::ProcessHeaderSection(const std::string& line)
     const std::string key = equals == std::string::npos ? line : line.substr(0, equals);
     const std::string value =
         TrimLeading(equals == std::string::npos ? line : line.substr(equals + 1));
+    CountTreeBytes(key.size() + value.size() + VALUE_OVERHEAD_BYTES);
     if (equals == std::string::npos)
     {
         NoteUnkeptLine(m_HeaderLineNumber, line, "has no \"=\" and would be written back changed");

@@ -28,7 +28,7 @@ void PelrixDataFile::LoadImageData()
     {
         DataFileError(GetFileName() + ": \"DataOffset\" is negative (" +
                       std::to_string(dataOffset) + ")")
-            .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+            .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
     }
 
     // Both factors are below 2^31, so neither product can overflow 64 bits.
@@ -47,7 +47,7 @@ void PelrixDataFile::LoadImageData()
     }
     catch (const std::bad_alloc&)
     {
-        Kiv::Core::AllocationFailed(what).RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+        Kiv::Core::AllocationFailed(what).RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
     }
 
     NoteNonZeroPadding(dataOffset);
@@ -95,7 +95,7 @@ void PelrixDataFile::WriteImageData()
     if (!dataSection)
     {
         DataFileError("WriteDataToDisk cannot find data section name")
-            .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+            .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
     }
     // Shared rather than copied: the samples go out in one block from the matrix's storage.
     const auto stored = GetLockedValue<FloatMatrix>(*dataSection, Names::RAW_DATA);

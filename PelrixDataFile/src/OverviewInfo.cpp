@@ -13,7 +13,7 @@ void PelrixDataFile::StorePelrixFileOverviewInfo()
     if (!overview)
     {
         DataFileError("StorePelrixFileOverviewInfo failed to create sub container")
-            .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+            .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
     }
     const bool force = m_FileSubType == Names::FORCE;
     if (force)
@@ -57,7 +57,7 @@ T PelrixDataFile::GetFileOverviewInfo(std::string key)
     if (!overview)
     {
         DataFileError("GetFileOverviewInfo cannot find PelrixFileOverviewInfo")
-            .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+            .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
     }
     T value{};
     overview->Get(key, value);

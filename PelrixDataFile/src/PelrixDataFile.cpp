@@ -121,7 +121,7 @@ void PelrixDataFile::ReadFileContents()
             Kiv::DataCore::DataFileError(GetFileName() +
                                          ": cannot read into this object: its entry \"" +
                                          entry.first + "\" is a value, not a section")
-                .RaiseError(KIV_CODE_CONTEXT, Names::ALERT_ID, false);
+                .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
         }
     }
     PeekToDetermineFileType();

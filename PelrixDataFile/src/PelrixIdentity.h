@@ -1,5 +1,16 @@
 #pragma once
 
+#include <cstddef>
+
+#include "Kiv/Core/CodeContext.h"
+
+// The code context of a raise in the plug-in: errors have always named the class's source as
+// "PelrixDataFile", whatever folder it was built in.
+#define PELRIX_CODE_CONTEXT                                                                        \
+    ::Kiv::Core::CodeContext("PelrixDataFile", __LINE__, __TIMESTAMP__,                            \
+                             ::Kiv::Core::ShortFunctionName(__PRETTY_FUNCTION__),                  \
+                             __PRETTY_FUNCTION__)
+
 // Names shared by the plug-in's source files.
 namespace Pelrix::Names
 {

@@ -64,6 +64,14 @@ std::string SmallImageFile(std::uint32_t offset)
     return header;
 }
 
+// A check fails, rather than the host crashing, when a section it looks into is missing.
+boost::shared_ptr<DataContainer> RequireSection(DataFile& file, const std::string& name)
+{
+    const auto section = file.GetSubData({name}, false);
+    CheckThat(static_cast<bool>(section), "no " + name + " section");
+    return section;
+}
+
 boost::shared_ptr<DataFile> OpenThroughFactory(const std::string& path)
 {
     PelrixDataFileFactory factory;
@@ -77,15 +85,13 @@ void CheckImageFile()
 {
     TemporaryFolder folder;
     const auto file = OpenThroughFactory(folder.Write("image.flt", SmallImageFile(256)));
-    const auto data = file->GetSubData({"[Data]"}, false);
-    CheckThat(static_cast<bool>(data), "no [Data] section");
     FloatMatrix samples;
-    CheckThat(data->Get("RawData", samples), "no RawData matrix");
+    CheckThat(RequireSection(*file, "[Data]")->Get("RawData", samples), "no RawData matrix");
     CheckThat(samples.size1() == 2 && samples.size2() == 3, "the matrix is not 2 x 3");
     CheckThat(samples(0, 1) == 2.0f && samples(1, 0) == 4.0f && samples(1, 2) == 6.5f,
               "the samples are not where the file put them");
     UnitizedDouble range(0.0);
-    CheckThat(file->GetSubData({"[Data Parameters]"}, false)->Get("ScanRangeX", range) &&
+    CheckThat(RequireSection(*file, "[Data Parameters]")->Get("ScanRangeX", range) &&
                   range.GetValue() == 2.0 && range.GetUnit()->GetAbbreviation() == "\xB5m",
               "ScanRangeX is not 2 \xB5m");
 }
@@ -99,13 +105,13 @@ void CheckForceFile()
                              "1.5\t2\t3\t4\n-0.0125\t0.5\n";
     const auto file = OpenThroughFactory(folder.Write("force.flt", text));
     FloatMatrixList curves;
-    CheckThat(file->GetSubData({"[Data]"}, false)->Get("RawData", curves), "no RawData curves");
+    CheckThat(RequireSection(*file, "[Data]")->Get("RawData", curves), "no RawData curves");
     CheckThat(curves.size() == 2, "expected 2 curves, read " + std::to_string(curves.size()));
     CheckThat(curves[0](0, 0) == 1.5f && curves[0](3, 0) == 4.0f, "the first line is wrong");
     CheckThat(curves[1](1, 0) == 0.5f && curves[1](3, 0) == 0.5f,
               "a short line does not repeat its last value");
     std::string labels;
-    file->GetSubData({"PelrixFileOverviewInfo"}, false)->Get("ForceCurveDataLabels", labels);
+    RequireSection(*file, "PelrixFileOverviewInfo")->Get("ForceCurveDataLabels", labels);
     CheckThat(labels == "Z,Force,Z,Force", "the curve labels are \"" + labels + "\"");
 }
 

@@ -219,9 +219,9 @@ TEST(ForceData, AHugeSeriesNumberFailsWithoutAllocating)
         const char* series;
         std::string data;
         const char* what;
-    } const cases[] = {{"2147483647", "1\n", "force curves of 1 lines x 8589934588 values"},
+    } const cases[] = {{"2147483647", "1\n", "force curves of 8589934588 values a line"},
                        {"100000", std::string(2000, '\n').replace(0, 8, "1\n2\n3\n4\n"),
-                        "force curves of 1000 lines x 400000 values"}};
+                        "force curves of 400000 values a line"}};
     for (const auto& c : cases)
     {
         TempFolder folder;

@@ -105,6 +105,7 @@ private:
     void PeekToDetermineFileType();
     void ReadHeader();
     bool ReadLine(std::string& line);
+    void CountTreeBytes(std::uint64_t bytes);
     void ProcessLine(const std::string& line);
     void SetupNewHeaderSection(const std::string& line);
     void ProcessHeaderSection(const std::string& line);
@@ -164,6 +165,7 @@ private:
     std::string m_ForceCurveLabels;          // the last header line holding a comma
     std::int64_t m_ForceCurveLabelsLine = 0; // where this open found it; 0 for none
     std::int64_t m_HeaderLineNumber = 0;
+    std::uint64_t m_TreeBytes = 0; // what the header tree of this open takes, roughly
     // Content of the file that saving would drop, published as the side container
     // "UnkeptContent" so that a program can refuse to save rather than lose it.
     std::vector<std::string> m_UnkeptContent;

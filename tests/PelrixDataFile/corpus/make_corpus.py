@@ -170,7 +170,7 @@ CORPUS = [
      MISSING_SERIES,
      force(-2, 1, b"1\t2\t3\t4\n")),
     ("huge-series.flt", "Series Number 2147483647: a one-byte line would fill 8589934588 columns",
-     'AllocationFailed: "Attempt to allocate force curves of 1 lines x 8589934588 values for {file} '
+     'AllocationFailed: "Attempt to allocate force curves of 8589934588 values a line for {file} '
      '(34359738392 bytes, limit 67108864) failed"',
      force(2147483647, 0, b"1\n")),
     ("unknown-unit.flt", "ScanRangeX=10 has no unit: the text \"10\" is looked up as one",
