@@ -32,6 +32,13 @@ constexpr std::uint64_t SHORT_TEXT_BYTES = 256;
 // size, so memory grows only with bytes that really arrive.
 constexpr std::uint64_t READ_CHUNK_BYTES = 1024 * 1024;
 
+// Whether a value element's attributes name a form other than the serializer's readable one.
+bool NamesAnEncodedForm(const XMLAttributes& attributes)
+{
+    const auto encoding = attributes.find(XML::ENCODING_ATTRIBUTE);
+    return encoding != attributes.end() && !Serializer::IsDefaultEncoding(encoding->second);
+}
+
 [[noreturn]] void RaiseFormatError(const std::string& message)
 {
     DataFileError(message).RaiseError(KIV_CODE_CONTEXT, ALERT_ID, false);
@@ -187,7 +194,9 @@ bool StringSerializer<DataType>::DataSizeIsConstant() const
 template <class DataType>
 std::string StringSerializer<DataType>::GetXMLEncoding()
 {
-    return std::string();
+    const auto lock = m_Owner->GetDataLock();
+    return Kiv::Core::XMLWriter::IsRepresentable(m_Owner->Value()) ? std::string()
+                                                                   : Serializer::ENCODING_BASE64;
 }
 
 template <class DataType>
@@ -211,15 +220,24 @@ std::uint64_t StringSerializer<DataType>::ToBinary(Kiv::Core::BinaryOutputStream
 
 template <class DataType>
 boost::shared_ptr<XMLContentHandler>
-StringSerializer<DataType>::GetXMLContentHandler(const XMLAttributes&)
+StringSerializer<DataType>::GetXMLContentHandler(const XMLAttributes& attributes)
 {
+    if (NamesAnEncodedForm(attributes))
+    {
+        return Serializer::GetXMLContentHandler(attributes);
+    }
     return SelfAsHandler();
 }
 
 template <class DataType>
-void StringSerializer<DataType>::DataToXML(std::ostream&, Kiv::Core::XMLWriter& writer)
+void StringSerializer<DataType>::DataToXML(std::ostream& out, Kiv::Core::XMLWriter& writer)
 {
     const auto lock = m_Owner->GetDataLock();
+    if (!Kiv::Core::XMLWriter::IsRepresentable(m_Owner->Value()))
+    {
+        Serializer::DataToXML(out, writer);
+        return;
+    }
     writer.Text(m_Owner->Value());
 }
 
@@ -255,9 +273,17 @@ bool StringContainerSerializer<Container>::DataSizeIsConstant() const
 }
 
 template <class Container>
+bool StringContainerSerializer<Container>::IsRepresentableInXML() const
+{
+    const auto lock = this->m_Owner->GetDataLock();
+    const Container& texts = this->m_Owner->Value();
+    return std::all_of(texts.begin(), texts.end(), &Kiv::Core::XMLWriter::IsRepresentable);
+}
+
+template <class Container>
 std::string StringContainerSerializer<Container>::GetXMLEncoding()
 {
-    return std::string();
+    return IsRepresentableInXML() ? std::string() : Serializer::ENCODING_BASE64;
 }
 
 template <class Container>
@@ -295,8 +321,12 @@ std::uint64_t StringContainerSerializer<Container>::ToBinary(Kiv::Core::BinaryOu
 
 template <class Container>
 boost::shared_ptr<XMLContentHandler>
-StringContainerSerializer<Container>::GetXMLContentHandler(const XMLAttributes&)
+StringContainerSerializer<Container>::GetXMLContentHandler(const XMLAttributes& attributes)
 {
+    if (NamesAnEncodedForm(attributes))
+    {
+        return Serializer::GetXMLContentHandler(attributes);
+    }
     const auto lock = this->m_Owner->GetDataLock();
     this->m_Owner->Value().clear();
     m_InString = false;
@@ -304,9 +334,15 @@ StringContainerSerializer<Container>::GetXMLContentHandler(const XMLAttributes&)
 }
 
 template <class Container>
-void StringContainerSerializer<Container>::DataToXML(std::ostream&, Kiv::Core::XMLWriter& writer)
+void StringContainerSerializer<Container>::DataToXML(std::ostream& out,
+                                                     Kiv::Core::XMLWriter& writer)
 {
     const auto lock = this->m_Owner->GetDataLock();
+    if (!IsRepresentableInXML())
+    {
+        Serializer::DataToXML(out, writer);
+        return;
+    }
     for (const auto& text : this->m_Owner->Value())
     {
         writer.Tag("Str", text);
@@ -450,8 +486,7 @@ template <class Matrix>
 boost::shared_ptr<XMLContentHandler>
 BuiltInMatrixSerializer<Matrix>::GetXMLContentHandler(const XMLAttributes& attributes)
 {
-    const auto encoding = attributes.find(XML::ENCODING_ATTRIBUTE);
-    if (encoding != attributes.end() && !Serializer::IsDefaultEncoding(encoding->second))
+    if (NamesAnEncodedForm(attributes))
     {
         return Serializer::GetXMLContentHandler(attributes);
     }
@@ -592,7 +627,11 @@ bool TUnitizedSerializer::DataSizeIsConstant() const
 
 std::string TUnitizedSerializer::GetXMLEncoding()
 {
-    return std::string();
+    // Blanks around a unit do not hide it, and a vertical tab or form feed counts as one.
+    const auto lock = m_Owner->GetDataLock();
+    return Kiv::Core::XMLWriter::IsRepresentable(AbbreviationOf(m_Owner->Value()))
+               ? std::string()
+               : Serializer::ENCODING_BASE64;
 }
 
 std::uint64_t TUnitizedSerializer::FromBinary(std::uint64_t numBytes,
@@ -628,19 +667,29 @@ std::uint64_t TUnitizedSerializer::ToBinary(Kiv::Core::BinaryOutputStream& out)
     return 8 + 4 + unit.size();
 }
 
-boost::shared_ptr<XMLContentHandler> TUnitizedSerializer::GetXMLContentHandler(const XMLAttributes&)
+boost::shared_ptr<XMLContentHandler>
+TUnitizedSerializer::GetXMLContentHandler(const XMLAttributes& attributes)
 {
+    if (NamesAnEncodedForm(attributes))
+    {
+        return Serializer::GetXMLContentHandler(attributes);
+    }
     m_PendingUnit.clear();
     m_PendingValue = 0.0;
     m_HasPendingValue = false;
     return SelfAsHandler();
 }
 
-void TUnitizedSerializer::DataToXML(std::ostream&, Kiv::Core::XMLWriter& writer)
+void TUnitizedSerializer::DataToXML(std::ostream& out, Kiv::Core::XMLWriter& writer)
 {
     const auto lock = m_Owner->GetDataLock();
     const UnitizedDouble& value = m_Owner->Value();
     const std::string& unit = AbbreviationOf(value);
+    if (!Kiv::Core::XMLWriter::IsRepresentable(unit))
+    {
+        Serializer::DataToXML(out, writer);
+        return;
+    }
     if (!unit.empty())
     {
         writer.Attribute("unit", unit);

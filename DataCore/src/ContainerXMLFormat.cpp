@@ -65,6 +65,28 @@ std::string JoinPath(const std::string& parent, const std::string& key)
     return parent + "/\"" + key + "\"";
 }
 
+// text with its control bytes shown as \xNN, for messages.
+std::string ShowControlBytes(const std::string& text)
+{
+    static const char HEX_DIGITS[] = "0123456789ABCDEF";
+    std::string shown;
+    for (const char c : text)
+    {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F)
+        {
+            shown += "\\x";
+            shown += HEX_DIGITS[byte >> 4];
+            shown += HEX_DIGITS[byte & 0xF];
+        }
+        else
+        {
+            shown += c;
+        }
+    }
+    return shown;
+}
+
 std::string Indent(std::size_t depth)
 {
     return std::string(2 * depth, ' ');
@@ -139,6 +161,14 @@ private:
     void WriteEntry(const std::string& key, const DataObject& object, const std::string& path,
                     std::size_t depth)
     {
+        if (!Kiv::Core::XMLWriter::IsRepresentable(key))
+        {
+            // A value can fall back to its encoded form; a key is an attribute and cannot.
+            DataFileError(Kiv::Core::FormatAlertMessage(
+                              "key %1% cannot be written to XML: it holds a control byte",
+                              ShowControlBytes(path)))
+                .RaiseError(KIV_CODE_CONTEXT, ALERT_ID, false);
+        }
         if (const auto* container = dynamic_cast<const DataContainer*>(&object))
         {
             // A container always has its own mutex: only what it gives its entries is told.

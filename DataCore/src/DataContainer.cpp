@@ -1,8 +1,11 @@
 #include "Kiv/DataCore/DataContainer.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 #include <boost/make_shared.hpp>
+
+#include "Kiv/Core/CodeContext.h"
 
 namespace Kiv::DataCore
 {
@@ -25,7 +28,7 @@ DataContainer::~DataContainer()
     // Sub-containers that outlive this one must not report to it any more.
     for (const auto& entry : m_Entries)
     {
-        Unlink(entry.second);
+        Unlink(entry.first, entry.second);
     }
 }
 
@@ -186,7 +189,7 @@ std::vector<DataContainer::Entry> DataContainer::TakeAllEntries()
     }
     for (const auto& entry : removed)
     {
-        Unlink(entry.second);
+        Unlink(entry.first, entry.second);
     }
     return removed;
 }
@@ -214,7 +217,7 @@ boost::shared_ptr<DataObject> DataContainer::Remove(const std::string& key)
         }
         m_LockableEntries.erase(key);
     }
-    Unlink(removed);
+    Unlink(key, removed);
     Notify(key, removed, EChange::Value);
     return removed;
 }
@@ -295,6 +298,7 @@ void DataContainer::StoreEntry(const std::string& key, const boost::shared_ptr<D
     {
         return;
     }
+    RequireNoCycle(key, object);
     boost::shared_ptr<DataObject> replaced;
     {
         Lock lock(m_Mutex, Elapse::Unlimited());
@@ -321,7 +325,7 @@ void DataContainer::StoreEntry(const std::string& key, const boost::shared_ptr<D
     }
     if (replaced && replaced != object)
     {
-        Unlink(replaced);
+        Unlink(key, replaced);
     }
     Link(key, object);
     if (notify || boost::indeterminate(notify))
@@ -345,8 +349,12 @@ void DataContainer::Notify(const std::string& key, const boost::shared_ptr<DataO
     }
     for (const auto& link : Parents())
     {
-        const auto self = link.parent->Find(link.key);
-        link.parent->Notify(link.key, self, change);
+        boost::shared_ptr<DataContainer> keeper;
+        DataContainer* const parent = link.Reach(keeper);
+        if (parent != nullptr)
+        {
+            parent->Notify(link.key, parent->Find(link.key), change);
+        }
     }
 }
 
@@ -365,6 +373,11 @@ boost::shared_ptr<DataObject> DataContainer::Find(const std::string& key) const
 
 void DataContainer::ReplaceAll(const std::vector<Entry>& entries)
 {
+    // Checked before anything is taken out, so a refused entry leaves the container as it was.
+    for (const auto& entry : entries)
+    {
+        RequireNoCycle(entry.first, entry.second);
+    }
     const std::vector<Entry> removed = TakeAllEntries();
     for (const auto& entry : entries)
     {
@@ -387,10 +400,12 @@ void DataContainer::ReplaceAll(const std::vector<Entry>& entries)
 void DataContainer::Link(const std::string& key, const boost::shared_ptr<DataObject>& object)
 {
     const auto child = AsContainer(object);
-    if (!child || child.get() == this)
+    if (!child)
     {
         return;
     }
+    boost::weak_ptr<DataContainer> owner = weak_from_this();
+    const bool ownedBySharedPointers = !owner.expired();
     Lock lock(child->m_Mutex, Elapse::Unlimited());
     for (const auto& link : child->m_Parents)
     {
@@ -399,10 +414,10 @@ void DataContainer::Link(const std::string& key, const boost::shared_ptr<DataObj
             return;
         }
     }
-    child->m_Parents.push_back({this, key});
+    child->m_Parents.push_back({this, key, std::move(owner), ownedBySharedPointers});
 }
 
-void DataContainer::Unlink(const boost::shared_ptr<DataObject>& object)
+void DataContainer::Unlink(const std::string& key, const boost::shared_ptr<DataObject>& object)
 {
     const auto child = AsContainer(object);
     if (!child)
@@ -412,7 +427,8 @@ void DataContainer::Unlink(const boost::shared_ptr<DataObject>& object)
     Lock lock(child->m_Mutex, Elapse::Unlimited());
     auto& parents = child->m_Parents;
     parents.erase(std::remove_if(parents.begin(), parents.end(),
-                                 [this](const ParentLink& link) { return link.parent == this; }),
+                                 [this, &key](const ParentLink& link)
+                                 { return link.parent == this && link.key == key; }),
                   parents.end());
 }
 
@@ -420,6 +436,78 @@ std::vector<DataContainer::ParentLink> DataContainer::Parents() const
 {
     Lock lock(m_Mutex, Elapse::Unlimited());
     return m_Parents;
+}
+
+DataContainer* DataContainer::ParentLink::Reach(boost::shared_ptr<DataContainer>& keeper) const
+{
+    if (!ownedBySharedPointers)
+    {
+        return parent;
+    }
+    keeper = owner.lock();
+    return keeper.get();
+}
+
+void DataContainer::RequireNoCycle(const std::string& key,
+                                   const boost::shared_ptr<DataObject>& object) const
+{
+    const auto* const container = dynamic_cast<const DataContainer*>(object.get());
+    if (container == nullptr)
+    {
+        return;
+    }
+    if (container != this)
+    {
+        // An empty container holds nothing, so it cannot be above this one. Asking first also
+        // keeps GetSubData, which stores new containers under its lock, from locking the
+        // containers above it in the opposite order.
+        Lock lock(container->m_Mutex, Elapse::Unlimited());
+        if (container->m_Entries.empty())
+        {
+            return;
+        }
+    }
+    if (IsThisOrAbove(*container))
+    {
+        // Every walk over the tree (change reports, copies, lock gathering) would never end.
+        Kiv::Core::LogicError(Kiv::Core::FormatAlertMessage(
+                                  "a container cannot be stored inside itself (key \"%1%\")", key))
+            .RaiseError(KIV_CODE_CONTEXT, "Kiv.DataCore.DataContainer.Put", false);
+    }
+}
+
+bool DataContainer::IsThisOrAbove(const DataContainer& candidate) const
+{
+    std::vector<const DataContainer*> pending{this};
+    std::unordered_set<const DataContainer*> visited;
+    // Holds every shared ancestor reached, so none goes away while the walk still uses it.
+    std::vector<boost::shared_ptr<DataContainer>> keepers;
+    while (!pending.empty())
+    {
+        const DataContainer* const level = pending.back();
+        pending.pop_back();
+        if (level == &candidate)
+        {
+            return true;
+        }
+        if (!visited.insert(level).second)
+        {
+            continue;
+        }
+        for (const auto& link : level->Parents())
+        {
+            boost::shared_ptr<DataContainer> keeper;
+            if (const DataContainer* const parent = link.Reach(keeper))
+            {
+                pending.push_back(parent);
+                if (keeper)
+                {
+                    keepers.push_back(std::move(keeper));
+                }
+            }
+        }
+    }
+    return false;
 }
 
 } // namespace Kiv::DataCore

@@ -56,11 +56,15 @@ void Error::RaiseError(const CodeContext& context, const std::string& alertId, b
     raised->SetData(sSOURCE_FILE, context.GetSourceFile());
     raised->SetData(sSOURCE_LINE, std::to_string(context.GetLine()));
     raised->SetData(sFUNCTION, context.GetShortFunctionName());
-    if (!raised->m_CallStack)
+    // Copies share their stack; the raised error gets its own, so that raising a caught error
+    // again leaves the caught object's stack as it was.
+    std::shared_ptr<std::vector<CodeContext>> stack = raised->CreateCallStack();
+    if (m_CallStack)
     {
-        raised->m_CallStack = raised->CreateCallStack();
+        *stack = *m_CallStack;
     }
-    raised->m_CallStack->push_back(context);
+    stack->push_back(context);
+    raised->m_CallStack = std::move(stack);
     if (rethrown)
     {
         raised->OnRethrow();

@@ -5,6 +5,27 @@
 namespace Kiv::Core
 {
 
+namespace
+{
+// Timed waits longer than this are waited for without limit: the standard library adds the
+// wait to the clock's present time, which overflows for durations near the largest one.
+constexpr std::chrono::hours LONGEST_TIMED_WAIT(24 * 365 * 100);
+
+// count units as nanoseconds, or the largest nanosecond count when it does not fit.
+template <class Unit>
+std::chrono::nanoseconds ClampedToNanoseconds(std::int64_t count)
+{
+    using std::chrono::nanoseconds;
+    constexpr std::int64_t nanosecondsPerUnit =
+        std::chrono::duration_cast<nanoseconds>(Unit(1)).count();
+    if (count > nanoseconds::max().count() / nanosecondsPerUnit)
+    {
+        return nanoseconds::max();
+    }
+    return nanoseconds(count * nanosecondsPerUnit);
+}
+} // namespace
+
 std::chrono::nanoseconds Elapse::ToDuration() const
 {
     using namespace std::chrono;
@@ -14,23 +35,23 @@ std::chrono::nanoseconds Elapse::ToDuration() const
     case NANOSECONDS:
         return nanoseconds(count);
     case MICROSECONDS:
-        return microseconds(count);
+        return ClampedToNanoseconds<microseconds>(count);
     case MILLISECONDS:
-        return milliseconds(count);
+        return ClampedToNanoseconds<milliseconds>(count);
     case SECONDS:
-        return seconds(count);
+        return ClampedToNanoseconds<seconds>(count);
     case MINUTES:
-        return minutes(count);
+        return ClampedToNanoseconds<minutes>(count);
     case HOURS:
-        return hours(count);
+        return ClampedToNanoseconds<hours>(count);
     default:
-        return milliseconds(count);
+        return ClampedToNanoseconds<milliseconds>(count);
     }
 }
 
 bool Mutex::Lock(const Elapse& timeout) const
 {
-    if (timeout.IsUnlimited())
+    if (timeout.IsUnlimited() || timeout.ToDuration() > LONGEST_TIMED_WAIT)
     {
         m_Mutex.lock();
         return true;

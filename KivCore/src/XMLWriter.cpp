@@ -1,5 +1,7 @@
 #include "Kiv/Core/XMLWriter.h"
 
+#include <algorithm>
+
 #include "Kiv/Core/CodeContext.h"
 #include "Kiv/Core/Error.h"
 
@@ -42,7 +44,7 @@ void XMLWriter::XMLDeclaration(const std::string& encoding)
     m_Out << "<?xml version=\"1.0\"";
     if (!encoding.empty())
     {
-        m_Out << " encoding=\"" << Escape(encoding) << '"';
+        m_Out << " encoding=\"" << EscapeAttribute(encoding) << '"';
     }
     m_Out << "?>\n";
 }
@@ -64,7 +66,7 @@ void XMLWriter::Attribute(const std::string& name, const std::string& value)
             .RaiseError(KIV_CODE_CONTEXT, ALERT_ID, false);
     }
     RequireValidName(name, "attribute");
-    m_Out << ' ' << name << "=\"" << Escape(value) << '"';
+    m_Out << ' ' << name << "=\"" << EscapeAttribute(value) << '"';
 }
 
 void XMLWriter::Text(const std::string& text)
@@ -101,6 +103,26 @@ void XMLWriter::Tag(const std::string& name, const std::string& text)
 
 std::string XMLWriter::Escape(const std::string& text)
 {
+    return EscapeMarkup(text, false);
+}
+
+std::string XMLWriter::EscapeAttribute(const std::string& value)
+{
+    return EscapeMarkup(value, true);
+}
+
+bool XMLWriter::IsRepresentable(const std::string& text)
+{
+    return std::none_of(text.begin(), text.end(),
+                        [](char c)
+                        {
+                            const auto byte = static_cast<unsigned char>(c);
+                            return byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r';
+                        });
+}
+
+std::string XMLWriter::EscapeMarkup(const std::string& text, bool inAttribute)
+{
     std::string escaped;
     escaped.reserve(text.size());
     for (const char c : text)
@@ -121,6 +143,17 @@ std::string XMLWriter::Escape(const std::string& text)
             break;
         case '"':
             escaped += "&quot;";
+            break;
+        // A reader turns a written CR LF or lone CR into LF, and an attribute's tab and LF
+        // into blanks; written as references they come back as they were.
+        case '\r':
+            escaped += "&#13;";
+            break;
+        case '\t':
+            escaped += inAttribute ? "&#9;" : "\t";
+            break;
+        case '\n':
+            escaped += inAttribute ? "&#10;" : "\n";
             break;
         default:
             escaped += c;

@@ -131,7 +131,7 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
     }
     NoteBytesAfter(m_InputStream->GetInputPos(), "after the force data");
     m_CurrentSection = GetSubData({Names::DATA_SECTION}, true);
-    m_CurrentSection->Put(Names::RAW_DATA, curves);
+    m_CurrentSection->Put(Names::RAW_DATA, std::move(curves));
 }
 
 void PelrixDataFile::WriteForceData()

@@ -88,6 +88,9 @@ TEST(BindType, TypeMismatchWarnsOnceAndGivesNothing)
     EXPECT_EQ(records[0].alertId, BIND_ALERT_ID);
     EXPECT_EQ(records[0].context.GetSourceFile(), "DataCore/UnboundDataObject");
     EXPECT_EQ(records[0].context.GetLine(), 266);
+    const std::string signature = records[0].context.GetFunctionSignature();
+    EXPECT_NE(signature.find("UnboundData::BindType"), std::string::npos) << signature;
+    EXPECT_EQ(signature.find("lambda"), std::string::npos) << signature;
 }
 
 TEST(BindType, WrongRecordedSizeWarnsOnceAndGivesNothing)

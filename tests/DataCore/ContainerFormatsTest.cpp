@@ -348,6 +348,46 @@ TEST(ContainerXMLFormat, TreeOfEveryTypeRoundTripsInBothMatrixForms)
     EXPECT_FALSE(tree->Get("int")->GetSerializer());
 }
 
+TEST(ContainerXMLFormat, WhiteSpaceAndControlBytesInTextsAndKeysRoundTrip)
+{
+    const std::string everyControlByte = []
+    {
+        std::string text;
+        for (char c = 0; c < 0x20; ++c)
+        {
+            text += c;
+        }
+        return text;
+    }();
+    DataContainer tree;
+    tree.Put<std::string>("crlf", "a\r\nb\r");
+    tree.Put<std::string>("control", everyControlByte);
+    tree.Put<StringList>("list", {"plain", "v\x0Bt"});
+    tree.Put<UnitizedDouble>("units", UnitizedDouble(1.5, "\tm\x0B"));
+    tree.Put<std::string>("k\tk\r\nk", "key with white space");
+    tree.GetSubData({" \n "}, true)->Put<std::string>("in sub", "x\x01y");
+
+    const std::string text = ToXML(tree);
+    EXPECT_NE(text.find(">a&#13;\nb&#13;<"), std::string::npos) << "readable where XML allows";
+    DataContainer read;
+    FromXML(text, read);
+    ExpectSameTree(tree, read);
+
+    DataContainer badKey;
+    badKey.GetSubData({"sub"}, true)->Put<int>("k\x01", 1);
+    try
+    {
+        ToXML(badKey);
+        ADD_FAILURE() << "written";
+    }
+    catch (const DataFileError& error)
+    {
+        EXPECT_NE(error.GetMessage().find("key /\"sub\"/\"k\\x01\" cannot be written to XML"),
+                  std::string::npos)
+            << error.GetMessage();
+    }
+}
+
 TEST(ContainerXMLFormat, ReadingAddsToTheTargetOnlyWhenTheWholeDocumentIsRead)
 {
     DataContainer target;

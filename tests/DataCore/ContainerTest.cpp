@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <thread>
 
 #include "CollectingAlertHandler.h"
@@ -24,6 +25,19 @@ protected:
     void OnDataReferenceChanged(const std::string& key, boost::shared_ptr<DataObject>) override
     {
         references.push_back(key);
+    }
+};
+
+// A container whose protected way in is open to the tests; it records the keys put through it.
+class OpenContainer : public RecordingContainer
+{
+public:
+    std::vector<std::string> putKeys;
+
+    void PutDataObject(const std::string& key, boost::shared_ptr<DataObject> object) override
+    {
+        putKeys.push_back(key);
+        DataContainer::PutDataObject(key, std::move(object));
     }
 };
 
@@ -224,4 +238,119 @@ TEST(Container, AcquireLocksCoversTheContainerAndItsLockableEntries)
     DataObject::LockList locks;
     container.AcquireLocks(locks);
     EXPECT_EQ(locks.size(), 3u) << "the container, the lockable value and the sub-container";
+}
+
+TEST(Container, ParentsReportedToOnlyWhileTheyLive)
+{
+    // A file whose destructor still edits one of its sections, as closing a file may.
+    struct ClosingFile : RecordingContainer
+    {
+        int* reports = nullptr;
+        boost::shared_ptr<DataContainer> section;
+        ~ClosingFile() override { section->Put<int>("closed", 1); }
+        void OnDataValueChanged(const std::string&, boost::shared_ptr<DataObject>) override
+        {
+            ++*reports;
+        }
+    };
+    int reports = 0;
+    auto file = boost::make_shared<ClosingFile>();
+    file->reports = &reports;
+    file->section = file->GetSubData({"[Data]"}, true);
+    reports = 0;
+    file->section->Put<int>("open", 1);
+    EXPECT_EQ(reports, 1) << "a file owned by shared pointers hears of edits below it";
+
+    reports = 0;
+    file.reset();
+    EXPECT_EQ(reports, 0) << "a file being destroyed is not called into";
+}
+
+TEST(Container, ASubContainerUnderTwoKeysReportsUntilItsLastKeyGoes)
+{
+    const std::pair<const char*, void (*)(DataContainer&)> dropKeyA[] = {
+        {"removed", [](DataContainer& c) { c.Remove("a"); }},
+        {"replaced", [](DataContainer& c) { c.Put("a", "text"); }},
+    };
+    for (const auto& [how, drop] : dropKeyA)
+    {
+        const auto sub = boost::make_shared<DataContainer>();
+        OpenContainer top;
+        top.PutDataObject("a", sub);
+        top.PutDataObject("b", sub);
+        drop(top);
+        top.values.clear();
+        sub->Put<int>("x", 1);
+        EXPECT_EQ(top.values, std::vector<std::string>{"b"}) << "key a " << how;
+    }
+}
+
+TEST(Container, StoringAContainerInsideItselfIsALogicError)
+{
+    KivTest::ScopedAlertCollector alerts;
+    const auto top = boost::make_shared<OpenContainer>();
+    const auto child = top->GetSubData({"child"}, true);
+    const auto grandchild = child->GetSubData({"grandchild"}, true);
+    OpenContainer holder;
+    holder.PutDataObject("top", top);
+
+    const std::pair<const char*, std::function<void()>> cycles[] = {
+        {"itself", [&] { top->PutDataObject("self", top); }},
+        {"its child", [&] { child->Append(holder); }},
+        {"its grandchild", [&] { grandchild->Append(holder); }},
+        {"assigned", [&] { child->Assign(holder); }},
+    };
+    for (const auto& [where, store] : cycles)
+    {
+        try
+        {
+            store();
+            ADD_FAILURE() << where << ": stored";
+        }
+        catch (const Kiv::Core::LogicError& error)
+        {
+            EXPECT_EQ(error.GetMessage().rfind("a container cannot be stored inside itself", 0), 0u)
+                << error.GetMessage();
+            EXPECT_EQ(error.GetAlertId(), "Kiv.DataCore.DataContainer.Put");
+        }
+    }
+    EXPECT_EQ(Keys(*top), std::vector<std::string>{"child"});
+    EXPECT_EQ(Keys(*child), std::vector<std::string>{"grandchild"}) << "Assign changed nothing";
+    EXPECT_TRUE(grandchild->GetEntries().empty());
+
+    // What is not a cycle still goes in, and the tree can still be walked.
+    grandchild->Put<int>("x", 1);
+    top->PutDataObject("again", grandchild);
+    EXPECT_TRUE(top->Clone());
+}
+
+TEST(Container, PutReferenceOfANewKeyGoesThroughPutDataObjectUnlessToldWhetherToReport)
+{
+    OpenContainer container;
+    const auto value = boost::make_shared<int>(1);
+    container.PutReference("default", value, false);
+    container.PutReference("reported", value, false, true);
+    container.PutReference("quiet", value, false, false);
+    EXPECT_EQ(container.putKeys, std::vector<std::string>{"default"});
+    EXPECT_EQ(container.values, (std::vector<std::string>{"default", "reported"}));
+    EXPECT_EQ(Keys(container), (std::vector<std::string>{"default", "reported", "quiet"}));
+}
+
+TEST(Container, AMovedValueIsMovedInAndACopiedOneStaysWithTheCaller)
+{
+    DataContainer container;
+    FloatMatrixList curves(3, FloatMatrix(8, 1));
+    const float* const storage = &curves[0].data()[0];
+    container.Put("moved", std::move(curves));
+    const auto stored = container.GetShared<FloatMatrixList>("moved");
+    ASSERT_TRUE(stored);
+    ASSERT_EQ(stored->size(), 3u);
+    EXPECT_EQ(&(*stored)[0].data()[0], storage) << "the samples were not copied";
+
+    std::string kept = "text";
+    container.Put("copied", kept);
+    EXPECT_EQ(kept, "text");
+    std::string read;
+    EXPECT_TRUE(container.Get("copied", read));
+    EXPECT_EQ(read, "text");
 }

@@ -82,6 +82,30 @@ TEST(Alerts, RaiseErrorRecordsContextTellsHandlerAndThrows)
     EXPECT_EQ(records[0].alertId, "Kiv.Core.Test");
 }
 
+TEST(Alerts, RaisingACaughtErrorAgainLeavesItsCallStackAlone)
+{
+    KivTest::ScopedAlertCollector alerts;
+    const CodeContext inner("KivCore/Inner", 1, "", "Inner", "void Inner()");
+    const CodeContext outer("KivCore/Outer", 2, "", "Outer", "void Outer()");
+    try
+    {
+        IOError("cannot read").RaiseError(inner, "Kiv.Core.Test", false);
+    }
+    catch (const IOError& caught)
+    {
+        try
+        {
+            caught.RaiseError(outer, "Kiv.Core.Test", true);
+        }
+        catch (const IOError& again)
+        {
+            ASSERT_EQ(again.GetCallStack().size(), 2u);
+            EXPECT_EQ(again.GetCallStack()[1].GetLine(), 2);
+        }
+        EXPECT_EQ(caught.GetCallStack().size(), 1u);
+    }
+}
+
 TEST(Alerts, WarningsAndAssertionsReachTheHandlerAndReturn)
 {
     KivTest::ScopedAlertCollector alerts;

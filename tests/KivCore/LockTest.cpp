@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <future>
+#include <memory>
 #include <thread>
 
 #include "CollectingAlertHandler.h"
@@ -90,4 +91,48 @@ TEST(Elapse, TheLargestCountWaitsWithoutLimitInEveryUnit)
     EXPECT_FALSE(Elapse(Elapse::INFINITE - 1, Elapse::SECONDS).IsUnlimited());
     EXPECT_EQ(Elapse(3, Elapse::MILLISECONDS).ToDuration(), std::chrono::milliseconds(3));
     EXPECT_EQ(Elapse(-5, Elapse::SECONDS).ToDuration(), std::chrono::nanoseconds(0));
+}
+
+TEST(Elapse, CountsTooLargeForNanosecondsGiveTheLongestWait)
+{
+    using namespace std::chrono;
+    const std::int32_t largest = Elapse::INFINITE - 1;
+    const struct
+    {
+        std::int32_t count;
+        int unit;
+        nanoseconds expected;
+    } cases[] = {
+        {largest, Elapse::NANOSECONDS, nanoseconds(largest)},
+        {largest, Elapse::SECONDS, seconds(largest)}, // 68 years still fit
+        {largest, Elapse::MINUTES, nanoseconds::max()},
+        {1000000000, Elapse::MINUTES, nanoseconds::max()},
+        {largest, Elapse::HOURS, nanoseconds::max()},
+        {2, Elapse::HOURS, hours(2)},
+    };
+    for (const auto& c : cases)
+    {
+        EXPECT_EQ(Elapse(c.count, c.unit).ToDuration(), c.expected) << c.count << " in " << c.unit;
+    }
+}
+
+TEST(Lock, AWaitTooLongToMeasureStillWaits)
+{
+    Mutex mutex;
+    auto held = std::make_unique<Lock>(mutex, Elapse::Unlimited());
+    std::atomic<bool> started{false};
+    auto waiter = std::async(std::launch::async,
+                             [&]
+                             {
+                                 started = true;
+                                 Lock lock(mutex, Elapse(Elapse::INFINITE - 1, Elapse::HOURS));
+                                 return lock.IsLocked();
+                             });
+    while (!started)
+    {
+        std::this_thread::yield();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20)); // let it start waiting
+    held.reset();
+    EXPECT_TRUE(waiter.get()) << "the wait ended before the mutex was free";
 }

@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <boost/weak_ptr.hpp>
+
 #include "Kiv/Core/Error.h"
 #include "Kiv/Core/UnitDescriptor.h"
 
@@ -168,6 +170,34 @@ TEST(Units, OneSharedDescriptorPerDistinctText)
     EXPECT_TRUE(*ascii == *first);
     EXPECT_EQ(ascii->GetAbbreviation(), "um/s");
     EXPECT_EQ(first->GetAbbreviation(), "\xB5m/s");
+}
+
+TEST(Units, TheDictionaryForgetsTextsNoValueHolds)
+{
+    UnitDictionary dictionary;
+    boost::weak_ptr<UnitDescriptor> dropped = Lookup(dictionary, "\xB5m/s");
+    EXPECT_TRUE(dropped.expired()) << "the dictionary alone keeps no descriptor alive";
+    EXPECT_TRUE(Lookup(dictionary, "\xB5m/s")) << "and finds the text again";
+
+    // A hostile file may name any number of distinct units: what the dictionary keeps grows
+    // with the units still held, not with every text it was ever asked for.
+    std::vector<DescriptorPtr> held;
+    for (int i = 1; i <= 100; ++i)
+    {
+        held.push_back(Lookup(dictionary, "m*" + std::to_string(i)));
+        Lookup(dictionary, "\xB5m*" + std::to_string(i));
+        for (int blanks = 1; blanks <= 9; ++blanks)
+        {
+            Lookup(dictionary, std::string(blanks, ' ') + "m*" + std::to_string(i));
+        }
+    }
+    EXPECT_LT(dictionary.GetRememberedTextCount(), 500u);
+    for (int i = 1; i <= 100; ++i)
+    {
+        ASSERT_TRUE(held[i - 1]);
+        EXPECT_EQ(Lookup(dictionary, "m*" + std::to_string(i)), held[i - 1])
+            << "a held descriptor is still the one shared";
+    }
 }
 
 TEST(Units, ConvertsToAndFromBaseUnits)

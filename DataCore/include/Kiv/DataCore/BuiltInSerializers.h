@@ -61,7 +61,8 @@ public:
     void OnTextContent(const std::string& text) override;
 };
 
-// A text: its bytes alone, without length or terminator (the byte count says how many).
+// A text: its bytes alone, without length or terminator (the byte count says how many). In XML
+// the text itself, or its encoded form when it holds a byte that XML cannot carry.
 template <class DataType>
 class StringSerializer : public OwnedValueSerializer<std::string>
 {
@@ -79,7 +80,8 @@ public:
     void OnTextContent(const std::string& text) override;
 };
 
-// A list of texts: each as a 4-byte length and its bytes; in XML one "Str" element each.
+// A list of texts: each as a 4-byte length and its bytes; in XML one "Str" element each, or
+// the whole list encoded when one of them holds a byte that XML cannot carry.
 template <class Container>
 class StringContainerSerializer : public OwnedValueSerializer<Container>
 {
@@ -104,6 +106,8 @@ public:
     void OnTextContent(const std::string& text) override;
 
 private:
+    bool IsRepresentableInXML() const;
+
     bool m_InString = false;
 };
 
@@ -143,7 +147,8 @@ private:
 };
 
 // A number with a unit: the double's 8 bytes, then the unit's abbreviation as a 4-byte length
-// and its bytes. In XML the abbreviation is the attribute "unit" and the number the text.
+// and its bytes. In XML the abbreviation is the attribute "unit" and the number the text, or the
+// whole value encoded when the unit text holds a byte that XML cannot carry.
 // Reading builds the value from the unit text, so an unknown unit raises XUnitNotFound.
 class TUnitizedSerializer : public OwnedValueSerializer<UnitizedDouble>
 {

@@ -79,6 +79,7 @@ class Data : public Base
 public:
     Data() { this->m_Value = ValueTraits<T>::MakeDefault(); }
     explicit Data(const T& value) { this->m_Value = boost::make_shared<T>(value); }
+    explicit Data(T&& value) { this->m_Value = boost::make_shared<T>(std::move(value)); }
     Data(const Data& other) : Base()
     {
         const auto lock = other.GetDataLock();

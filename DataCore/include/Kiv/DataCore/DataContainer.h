@@ -4,12 +4,15 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include <boost/enable_shared_from_this.hpp>
 #include <boost/logic/tribool.hpp>
 #include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
 
 #include "Kiv/Core/Lock.h"
 #include "Kiv/DataCore/Alerts.h"
@@ -28,8 +31,9 @@ namespace Kiv::DataCore
 // A keyed tree of shared data objects. Entries keep the order in which their keys were first
 // stored; every change is reported to the container and to every container above it, so that
 // a data file learns of an edit made anywhere in its tree. All operations lock the container's
-// re-entrant mutex.
-class DataContainer : public DataObject
+// re-entrant mutex. A container may sit under several keys and in several containers, but never
+// inside itself or one of its own descendants.
+class DataContainer : public DataObject, public boost::enable_shared_from_this<DataContainer>
 {
 public:
     using Entry = std::pair<std::string, boost::shared_ptr<DataObject>>;
@@ -98,6 +102,19 @@ public:
         }
         StoreEntry(key, object, notify, EChange::Value);
     }
+    // The same for a value handed over with std::move: a large value is moved in, never copied.
+    template <class T, class = std::enable_if_t<!std::is_lvalue_reference<T>::value &&
+                                                !std::is_const<T>::value>>
+    void Put(const std::string& key, T&& value, bool lockable = false,
+             boost::tribool notify = boost::indeterminate)
+    {
+        boost::shared_ptr<DataObject> object(new Data<T>(std::move(value)));
+        if (lockable || m_LockEntries)
+        {
+            object->EnableDataLocking();
+        }
+        StoreEntry(key, object, notify, EChange::Value);
+    }
     void Put(const std::string& key, const char* text, bool lockable = false,
              boost::tribool notify = boost::indeterminate)
     {
@@ -133,7 +150,8 @@ public:
     }
 
     // Stores a value the caller keeps a reference to, so that later changes of the caller's T
-    // are seen through the container. An existing wrapper of the same type is re-pointed.
+    // are seen through the container. An existing wrapper of the same type is re-pointed; a new
+    // one goes in through PutDataObject unless notify says explicitly whether to report it.
     template <class T>
     void PutReference(const std::string& key, const boost::shared_ptr<T>& value, bool lockable,
                       boost::tribool notify = boost::indeterminate);
@@ -152,7 +170,8 @@ protected:
     virtual void OnDataObjectChanged(const std::string& key, boost::shared_ptr<DataObject> object);
     virtual Kiv::Core::Mutex& BeginDataAccess() const;
 
-    // Stores object under key and reports the change unless notify is false.
+    // Stores object under key and reports the change unless notify is false. Raises LogicError
+    // when object is this container or one that holds it.
     void StoreEntry(const std::string& key, const boost::shared_ptr<DataObject>& object,
                     boost::tribool notify, EChange change);
     // Reports a change to this container and to every container above it.
@@ -161,10 +180,19 @@ protected:
     void RecordLockableEntry(const std::string& key);
 
 private:
+    // A container this one is stored in, under key. A parent owned by shared pointers is
+    // reached only through its weak pointer, so that a thread reporting a change never calls
+    // into a parent that another thread is destroying; one that is not (a container on the
+    // stack) is reached directly, and its destructor unlinks it before it goes.
     struct ParentLink
     {
         DataContainer* parent;
         std::string key;
+        boost::weak_ptr<DataContainer> owner;
+        bool ownedBySharedPointers;
+
+        // The parent, kept alive by keeper when it is shared; null when it is already gone.
+        DataContainer* Reach(boost::shared_ptr<DataContainer>& keeper) const;
     };
 
     boost::shared_ptr<DataObject> Find(const std::string& key) const;
@@ -172,8 +200,12 @@ private:
     // Empties the container without reporting it; returns what it held.
     std::vector<Entry> TakeAllEntries();
     void Link(const std::string& key, const boost::shared_ptr<DataObject>& object);
-    void Unlink(const boost::shared_ptr<DataObject>& object);
+    // Forgets only the link of object under this key: it may still sit here under another.
+    void Unlink(const std::string& key, const boost::shared_ptr<DataObject>& object);
     std::vector<ParentLink> Parents() const;
+    // Raises LogicError when storing object here would put a container inside itself.
+    void RequireNoCycle(const std::string& key, const boost::shared_ptr<DataObject>& object) const;
+    bool IsThisOrAbove(const DataContainer& candidate) const;
 
     const bool m_LockEntries;
     mutable Kiv::Core::Mutex m_Mutex;
@@ -223,7 +255,15 @@ void DataContainer::PutReference(const std::string& key, const boost::shared_ptr
     {
         wrapper->EnableDataLocking();
     }
-    StoreEntry(key, wrapper, notify, EChange::Value);
+    if (boost::indeterminate(notify))
+    {
+        // The ordinary way in, so that a derived container sees the new entry.
+        PutDataObject(key, wrapper);
+    }
+    else
+    {
+        StoreEntry(key, wrapper, notify, EChange::Value);
+    }
 }
 
 } // namespace Kiv::DataCore

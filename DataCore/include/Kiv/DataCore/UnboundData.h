@@ -57,11 +57,13 @@ boost::shared_ptr<DataObject> UnboundData::BindType()
     Kiv::Core::Lock lock(m_Mutex, Kiv::Core::Elapse::Unlimited());
     boost::shared_ptr<DataObject> result;
     const std::string requested = ValueTraits<T>::TypeName();
-    // The file and lines are the ones these warnings have always been reported with.
-    auto context = [](int line)
+    // The file and lines are the ones these warnings have always been reported with. The
+    // signature is taken here: inside the lambda it would be the lambda's.
+    const char* const signature = __PRETTY_FUNCTION__;
+    auto context = [signature](int line)
     {
         return Kiv::Core::CodeContext("DataCore/UnboundDataObject", line, __TIMESTAMP__,
-                                      "Kiv::DataCore::UnboundData::BindType", __PRETTY_FUNCTION__);
+                                      "Kiv::DataCore::UnboundData::BindType", signature);
     };
     if (m_TypeName != requested)
     {

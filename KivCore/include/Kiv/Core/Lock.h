@@ -32,7 +32,8 @@ public:
     std::int32_t GetCount() const { return m_Count; }
     int GetTimeUnit() const { return m_TimeUnit; }
     bool IsUnlimited() const { return m_Count == INFINITE; }
-    // The wait as a duration; a negative count waits not at all. Meaningless when unlimited.
+    // The wait as a duration; a negative count waits not at all, and one too large for
+    // nanoseconds gives the largest duration. Meaningless when unlimited.
     std::chrono::nanoseconds ToDuration() const;
 
 private:
@@ -49,7 +50,8 @@ public:
     virtual void Unlock() const = 0;
 };
 
-// A re-entrant timed mutex: the thread that holds it may lock it again.
+// A re-entrant timed mutex: the thread that holds it may lock it again. A wait longer than a
+// hundred years is taken as a wait without limit.
 class Mutex : public IMutex
 {
 public:

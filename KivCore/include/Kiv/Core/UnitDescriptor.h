@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include <boost/shared_ptr.hpp>
@@ -59,10 +60,14 @@ public:
     UnitDictionary(const UnitDictionary&) = delete;
     UnitDictionary& operator=(const UnitDictionary&) = delete;
 
-    // The descriptor for unitText, the same object for every look-up of the same text;
-    // fallback when the text names no unit.
+    // The descriptor for unitText, the same object for every look-up of the same text while
+    // any holder keeps it; fallback when the text names no unit.
     virtual boost::shared_ptr<UnitDescriptor>
     LookupUnit(const std::string& unitText, boost::shared_ptr<UnitDescriptor> fallback);
+
+    // How many unit texts the dictionary keeps track of, counting those whose descriptor
+    // nobody holds any more and that have not been swept out yet.
+    std::size_t GetRememberedTextCount() const;
 
 private:
     struct Impl;

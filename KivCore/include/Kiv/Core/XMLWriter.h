@@ -32,10 +32,18 @@ public:
     // The number of elements started and not yet ended.
     std::size_t GetDepth() const { return m_OpenElements.size(); }
 
-    // Replaces each of < > & ' " by its entity; every other byte is kept.
+    // Text content: replaces each of < > & ' " by its entity and CR by "&#13;"; every other
+    // byte is kept. Other control bytes than tab, LF and CR cannot stand in an XML document at
+    // all: a caller with such text must encode it.
     static std::string Escape(const std::string& text);
+    // An attribute value: as Escape, and tab and LF as "&#9;" and "&#10;" as well.
+    static std::string EscapeAttribute(const std::string& value);
+    // Whether text can stand in a document at all: XML has no way, not even a reference, to
+    // carry the control bytes 0x00-0x08, 0x0B, 0x0C and 0x0E-0x1F.
+    static bool IsRepresentable(const std::string& text);
 
 private:
+    static std::string EscapeMarkup(const std::string& text, bool inAttribute);
     // Ends a start tag that may still take attributes, before content follows.
     void CloseStartTag();
 
