@@ -35,18 +35,8 @@ void PelrixDataFile::StorePelrixFileOverviewInfo()
 
     // Only ever appended to: opening the same object again lists the names again, and the
     // record shows that.
-    static const char* const forceNames[] = {Names::FORCE_SECTION, Names::SERIES_LAYOUT_SECTION};
-    static const char* const imageNames[] = {"[Data Version]",       "[Data Parameters]",
-                                             "[Custom Color Table]", "[PreProcessing]",
-                                             "[Piezo Parameters]",   "[System Info]"};
-    if (force)
-    {
-        m_PlistNames.insert(m_PlistNames.end(), std::begin(forceNames), std::end(forceNames));
-    }
-    else
-    {
-        m_PlistNames.insert(m_PlistNames.end(), std::begin(imageNames), std::end(imageNames));
-    }
+    const auto& names = Names::WrittenSections(force);
+    m_PlistNames.insert(m_PlistNames.end(), names.begin(), names.end());
     overview->Put<StringList>("DataPlistNames", m_PlistNames);
 }
 

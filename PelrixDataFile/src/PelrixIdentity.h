@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
+#include <vector>
 
 #include "Kiv/Core/CodeContext.h"
 
@@ -26,4 +28,15 @@ inline const char* const IMAGE = "IMAGE";
 inline const char* const FORCE = "FORCE";
 inline const char* const UNKNOWN = "UNKNOWN";
 inline constexpr std::size_t STREAM_BUFFER_SIZE = 16384;
+
+// The sections a file of each kind writes back, in the order it writes them.
+inline const std::vector<std::string> FORCE_SECTIONS = {FORCE_SECTION, SERIES_LAYOUT_SECTION};
+inline const std::vector<std::string> IMAGE_SECTIONS = {"[Data Version]",       "[Data Parameters]",
+                                                        "[Custom Color Table]", "[PreProcessing]",
+                                                        "[Piezo Parameters]",   "[System Info]"};
+
+inline const std::vector<std::string>& WrittenSections(bool force)
+{
+    return force ? FORCE_SECTIONS : IMAGE_SECTIONS;
+}
 } // namespace Pelrix::Names

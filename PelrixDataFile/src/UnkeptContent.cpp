@@ -44,20 +44,13 @@ void PelrixDataFile::NoteUnkeptLine(std::int64_t lineNumber, const std::string& 
 // The writer writes only the sections of the file's kind, in their fixed order.
 void PelrixDataFile::NoteUnwrittenSections()
 {
-    static const char* const forceNames[] = {Names::FORCE_SECTION, Names::SERIES_LAYOUT_SECTION};
-    static const char* const imageNames[] = {"[Data Version]",       "[Data Parameters]",
-                                             "[Custom Color Table]", "[PreProcessing]",
-                                             "[Piezo Parameters]",   "[System Info]"};
-    const bool force = m_FileSubType == Names::FORCE;
-    const auto begin = force ? std::begin(forceNames) : std::begin(imageNames);
-    const auto end = force ? std::end(forceNames) : std::end(imageNames);
+    const auto& written = Names::WrittenSections(m_FileSubType == Names::FORCE);
     std::vector<std::string> keys;
     EnumData(keys);
     for (const auto& key : keys)
     {
-        const bool written = std::find(begin, end, key) != end;
-        if (!written && key != Names::DATA_SECTION && key != Names::OVERVIEW &&
-            GetSubData({key}, false))
+        if (std::find(written.begin(), written.end(), key) == written.end() &&
+            key != Names::DATA_SECTION && key != Names::OVERVIEW && GetSubData({key}, false))
         {
             NoteUnkeptContent("section " + key + " is not written back");
         }
