@@ -1,9 +1,11 @@
 #include "Commands.h"
-#include "FileAccess.h"
+#include "Kiv/Access/FileAccess.h"
 #include "TreeRenderer.h"
 
 namespace Kiv::Tool
 {
+
+using namespace Kiv::Access;
 
 int RunDump(std::ostream& out, const std::string& path, bool json, bool withData)
 {

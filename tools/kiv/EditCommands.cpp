@@ -1,11 +1,14 @@
-#include "AtomicSave.h"
 #include "Commands.h"
-#include "Failure.h"
-#include "FileAccess.h"
-#include "Latin1.h"
+#include "Kiv/Access/Failure.h"
+#include "Kiv/Access/FileAccess.h"
+#include "Kiv/Access/Latin1.h"
+#include "Kiv/Edit/SafeSave.h"
 
 namespace Kiv::Tool
 {
+
+using namespace Kiv::Access;
+using namespace Kiv::Edit;
 
 namespace
 {

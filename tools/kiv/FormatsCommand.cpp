@@ -1,10 +1,12 @@
 #include "Commands.h"
-#include "FileAccess.h"
-#include "Latin1.h"
+#include "Kiv/Access/FileAccess.h"
+#include "Kiv/Access/Latin1.h"
 #include "TreeRenderer.h"
 
 namespace Kiv::Tool
 {
+
+using namespace Kiv::Access;
 
 int RunFormats(std::ostream& out, bool json)
 {

@@ -2,13 +2,15 @@
 #include <sys/stat.h>
 
 #include "Commands.h"
-#include "FileAccess.h"
-#include "Latin1.h"
-#include "Statistics.h"
-#include "ValueView.h"
+#include "Kiv/Access/FileAccess.h"
+#include "Kiv/Access/Latin1.h"
+#include "Kiv/Access/Statistics.h"
+#include "Kiv/Access/ValueView.h"
 
 namespace Kiv::Tool
 {
+
+using namespace Kiv::Access;
 
 using namespace Kiv::DataCore;
 

@@ -1,12 +1,14 @@
 #include <cmath>
 
-#include "Latin1.h"
-#include "Statistics.h"
+#include "Kiv/Access/Latin1.h"
+#include "Kiv/Access/Statistics.h"
+#include "Kiv/Access/ValueView.h"
 #include "TreeRenderer.h"
-#include "ValueView.h"
 
 namespace Kiv::Tool
 {
+
+using namespace Kiv::Access;
 
 using namespace Kiv::DataCore;
 using Json = nlohmann::ordered_json;

@@ -1,13 +1,15 @@
 #include <filesystem>
 
 #include "Commands.h"
-#include "Failure.h"
-#include "FileAccess.h"
+#include "Kiv/Access/Failure.h"
+#include "Kiv/Access/FileAccess.h"
+#include "Kiv/Access/Latin1.h"
 #include "Kiv/DataCore/ModuleLoader.h"
-#include "Latin1.h"
 
 namespace Kiv::Tool
 {
+
+using namespace Kiv::Access;
 
 namespace
 {

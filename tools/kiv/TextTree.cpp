@@ -1,9 +1,11 @@
-#include "Latin1.h"
+#include "Kiv/Access/Latin1.h"
+#include "Kiv/Access/ValueView.h"
 #include "TreeRenderer.h"
-#include "ValueView.h"
 
 namespace Kiv::Tool
 {
+
+using namespace Kiv::Access;
 
 using namespace Kiv::DataCore;
 

@@ -5,12 +5,14 @@
 #include <mutex>
 #include <set>
 
+#include "Kiv/Access/Latin1.h"
 #include "Kiv/Core/AlertSystem.h"
 #include "Kiv/Core/Warning.h"
-#include "Latin1.h"
 
 namespace Kiv::Tool
 {
+
+using namespace Kiv::Access;
 
 namespace
 {

@@ -8,7 +8,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
-#include "Failure.h"
+#include "Kiv/Access/Failure.h"
 #include "WarningReporter.h"
 
 namespace
@@ -179,7 +179,7 @@ int main(int argc, char** argv)
     catch (...)
     {
         std::cout.flush();
-        std::cerr << "kiv: " << Kiv::Tool::DescribeCurrentException() << '\n';
+        std::cerr << "kiv: " << Kiv::Access::DescribeCurrentException() << '\n';
         return EXIT_WORK_FAILED;
     }
     // A dump cut short by a full disk must not look like a success.

@@ -1,11 +1,11 @@
-#include "TreeSnapshot.h"
+#include "Kiv/Access/TreeSnapshot.h"
 
 #include <cstring>
 
-#include "Latin1.h"
-#include "ValueView.h"
+#include "Kiv/Access/Latin1.h"
+#include "Kiv/Access/ValueView.h"
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 using namespace Kiv::DataCore;
@@ -73,4 +73,4 @@ void TreeSnapshot::Collect(DataContainer& container, EntryPath& path)
     }
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

@@ -4,7 +4,7 @@
 
 #include "Kiv/DataCore/DataFile.h"
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
 
 // Raises "DISPLAYNAME: not saved: the writer would drop content it cannot keep: ITEM (and N
@@ -13,4 +13,4 @@ namespace Kiv::Tool
 // read back, since the reader never took that content into the tree either.
 void RefuseToDropUnkeptContent(Kiv::DataCore::DataFile& file, const std::string& displayName);
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

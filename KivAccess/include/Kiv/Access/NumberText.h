@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 // Reads a whole text as one number of a kind, or nothing when the text holds anything else:
@@ -18,4 +18,4 @@ std::optional<int> ParseWholeInt(const std::string& text);
 std::optional<double> ParseWholeDouble(const std::string& text);
 std::optional<float> ParseWholeFloat(const std::string& text);
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

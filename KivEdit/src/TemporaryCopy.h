@@ -6,7 +6,7 @@
 
 #include "RemoveOnInterrupt.h"
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
 
 // A copy of a file in a new hidden file beside it: in the same folder, so that putting it in
@@ -42,4 +42,4 @@ private:
     RemoveOnInterrupt m_RemoveOnInterrupt;
 };
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

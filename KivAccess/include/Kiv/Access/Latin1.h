@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 // Header texts are Latin-1 bytes; everything kiv prints or reads from the command line is
@@ -19,4 +19,4 @@ bool IsValidUtf8(const std::string& text);
 // valid UTF-8, read as Latin-1 otherwise.
 std::string ToDisplayText(const std::string& text);
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

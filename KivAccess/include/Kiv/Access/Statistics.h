@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 // What a microscopist reads off an image at a glance. NaN and infinite samples (dropouts) are
@@ -21,4 +21,4 @@ struct SampleStatistics
 
 SampleStatistics ComputeStatistics(const float* samples, std::size_t count);
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

@@ -1,11 +1,13 @@
 #include "UnkeptContent.h"
 
-#include "Failure.h"
+#include "Kiv/Access/Failure.h"
+#include "Kiv/Access/Latin1.h"
 #include "Kiv/DataCore/ValueTypes.h"
-#include "Latin1.h"
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
+
+using namespace Kiv::Access;
 
 using Kiv::DataCore::StringList;
 
@@ -27,4 +29,4 @@ void RefuseToDropUnkeptContent(Kiv::DataCore::DataFile& file, const std::string&
     Fail(message);
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

@@ -1,13 +1,13 @@
-#include "ValueView.h"
+#include "Kiv/Access/ValueView.h"
 
 #include <charconv>
 #include <cmath>
 #include <cstdio>
 
-#include "Latin1.h"
-#include "Statistics.h"
+#include "Kiv/Access/Latin1.h"
+#include "Kiv/Access/Statistics.h"
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 using namespace Kiv::DataCore;
@@ -262,4 +262,4 @@ std::string RenderValue(const boost::shared_ptr<DataObject>& object)
     return kind + (described ? ", " : " ") + value;
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
 
 // Removes a file if kiv is interrupted or terminated (SIGINT, SIGTERM, SIGHUP) while this
@@ -31,4 +31,4 @@ private:
     bool m_Armed = false;
 };
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

@@ -2,10 +2,10 @@
 
 #include <string>
 
+#include "Kiv/Access/TreeSnapshot.h"
 #include "Kiv/DataCore/DataFile.h"
-#include "TreeSnapshot.h"
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
 
 // One change to a file's header: a value stored under a key of a section, a key removed, or nothing
@@ -39,7 +39,7 @@ void ApplyEdit(Kiv::DataCore::DataFile& file, const HeaderEdit& edit,
 
 // What is wrong with a saved file read back after the edit, compared with the tree before it,
 // or an empty text when it holds exactly what was intended.
-std::string FindSaveProblem(const TreeSnapshot& before, Kiv::DataCore::DataFile& saved,
+std::string FindSaveProblem(const Kiv::Access::TreeSnapshot& before, Kiv::DataCore::DataFile& saved,
                             const HeaderEdit& edit);
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

@@ -7,7 +7,7 @@
 
 #include "Kiv/DataCore/DataContainer.h"
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 // The keys from the top of a file's tree down to one entry.
@@ -48,4 +48,4 @@ private:
     std::map<EntryPath, Samples> m_Samples;
 };
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

@@ -1,4 +1,4 @@
-#include "NumberText.h"
+#include "Kiv/Access/NumberText.h"
 
 #include <cctype>
 #include <cerrno>
@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 namespace
@@ -76,4 +76,4 @@ std::optional<float> ParseWholeFloat(const std::string& text)
                              [](const char* start, char** end) { return std::strtof(start, end); });
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

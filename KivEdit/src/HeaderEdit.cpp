@@ -1,15 +1,17 @@
-#include "HeaderEdit.h"
+#include "Kiv/Edit/HeaderEdit.h"
 
 #include <cmath>
 #include <cstdlib>
 
-#include "Failure.h"
-#include "Latin1.h"
-#include "NumberText.h"
-#include "ValueView.h"
+#include "Kiv/Access/Failure.h"
+#include "Kiv/Access/Latin1.h"
+#include "Kiv/Access/NumberText.h"
+#include "Kiv/Access/ValueView.h"
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
+
+using namespace Kiv::Access;
 
 using namespace Kiv::DataCore;
 
@@ -287,4 +289,4 @@ std::string FindSaveProblem(const TreeSnapshot& before, DataFile& saved, const H
     return std::string();
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

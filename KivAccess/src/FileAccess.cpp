@@ -1,4 +1,4 @@
-#include "FileAccess.h"
+#include "Kiv/Access/FileAccess.h"
 
 #include <cerrno>
 #include <cstring>
@@ -7,11 +7,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Failure.h"
+#include "Kiv/Access/Failure.h"
+#include "Kiv/Access/Latin1.h"
 #include "Kiv/DataCore/ModuleLoader.h"
-#include "Latin1.h"
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 using Kiv::DataCore::DataFile;
@@ -98,4 +98,4 @@ boost::shared_ptr<DataFile> OpenForReading(const std::string& path)
     return OpenDataFile(path, DataFile::ACCESS_READ, DataFile::OPEN_EXISTING, path);
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

@@ -1,11 +1,11 @@
-#include "Failure.h"
+#include "Kiv/Access/Failure.h"
 
 #include <exception>
 
+#include "Kiv/Access/Latin1.h"
 #include "Kiv/Core/Error.h"
-#include "Latin1.h"
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 void Fail(const std::string& message)
@@ -63,4 +63,4 @@ std::string WithoutFilePrefix(const std::string& message, const std::string& fil
     return message.compare(0, prefix.size(), prefix) == 0 ? message.substr(prefix.size()) : message;
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

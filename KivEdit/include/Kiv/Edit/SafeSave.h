@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "HeaderEdit.h"
+#include "Kiv/Edit/HeaderEdit.h"
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
 
 // Saves an edit so that the file is either fully replaced by a verified new version or left
@@ -15,4 +15,4 @@ namespace Kiv::Tool
 // is done. Raises "PATH: reason".
 void SaveWithEdit(const std::string& path, const HeaderEdit& edit);
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

@@ -1,4 +1,4 @@
-#include "AtomicSave.h"
+#include "Kiv/Edit/SafeSave.h"
 
 #include <cerrno>
 #include <climits>
@@ -7,15 +7,17 @@
 
 #include <unistd.h>
 
-#include "Failure.h"
-#include "FileAccess.h"
+#include "Kiv/Access/Failure.h"
+#include "Kiv/Access/FileAccess.h"
+#include "Kiv/Access/TreeSnapshot.h"
 #include "SaveLock.h"
 #include "TemporaryCopy.h"
-#include "TreeSnapshot.h"
 #include "UnkeptContent.h"
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
+
+using namespace Kiv::Access;
 
 using Kiv::DataCore::DataFile;
 
@@ -117,4 +119,4 @@ void SaveWithEdit(const std::string& path, const HeaderEdit& edit)
     copy.ReplaceTarget(lock.Status().st_mode & 07777);
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

@@ -4,7 +4,7 @@
 
 #include <sys/stat.h>
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
 
 // An exclusive lock on the file a save replaces, held from before its content is read until
@@ -36,4 +36,4 @@ private:
     };
 };
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

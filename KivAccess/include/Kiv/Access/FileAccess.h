@@ -6,7 +6,7 @@
 
 #include "Kiv/DataCore/DataFile.h"
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 // Loads every file-type module of the plug-in folders once. A module that fails to load is
@@ -28,4 +28,4 @@ boost::shared_ptr<Kiv::DataCore::DataFile> OpenForReading(const std::string& pat
 // Replaces every occurrence of from in text by to.
 std::string ReplaceAll(std::string text, const std::string& from, const std::string& to);
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

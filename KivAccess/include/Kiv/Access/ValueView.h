@@ -7,7 +7,7 @@
 #include "Kiv/DataCore/DataContainer.h"
 #include "Kiv/DataCore/ValueTypes.h"
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 // The value types kiv shows on their own terms; anything else is shown by its type name.
@@ -58,4 +58,4 @@ std::string RenderValue(const boost::shared_ptr<Kiv::DataCore::DataObject>& obje
 // The samples of a matrix in row order (the storage is row-major).
 const float* MatrixSamples(const Kiv::DataCore::FloatMatrix& matrix);
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

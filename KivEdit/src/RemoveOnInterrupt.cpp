@@ -8,7 +8,7 @@
 
 #include <unistd.h>
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
 
 namespace
@@ -106,4 +106,4 @@ void RemoveOnInterrupt::Release()
     sigprocmask(SIG_SETMASK, &previousMask, nullptr);
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

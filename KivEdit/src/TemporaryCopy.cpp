@@ -10,10 +10,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Failure.h"
+#include "Kiv/Access/Failure.h"
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
+
+using namespace Kiv::Access;
 
 namespace
 {
@@ -162,4 +164,4 @@ void TemporaryCopy::FailWithErrno(const std::string& what) const
     Fail(m_DisplayName + ": not saved: " + what + ": " + std::strerror(errno));
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

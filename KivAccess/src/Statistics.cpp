@@ -1,10 +1,10 @@
-#include "Statistics.h"
+#include "Kiv/Access/Statistics.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 SampleStatistics ComputeStatistics(const float* samples, std::size_t count)
@@ -53,4 +53,4 @@ SampleStatistics ComputeStatistics(const float* samples, std::size_t count)
     return result;
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

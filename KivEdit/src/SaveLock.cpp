@@ -7,10 +7,12 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include "Failure.h"
+#include "Kiv/Access/Failure.h"
 
-namespace Kiv::Tool
+namespace Kiv::Edit
 {
+
+using namespace Kiv::Access;
 
 namespace
 {
@@ -90,4 +92,4 @@ void SaveLock::FailWithErrno(const std::string& what)
     Fail(m_DisplayName + ": not saved: " + what + ": " + std::strerror(error));
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Edit

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 // Ends the running command. The message is the one line the user sees: it names the file
@@ -17,4 +17,4 @@ std::string DescribeCurrentException();
 // put its own prefix in front without naming the file twice.
 std::string WithoutFilePrefix(const std::string& message, const std::string& fileName);
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

@@ -1,11 +1,11 @@
-#include "Latin1.h"
+#include "Kiv/Access/Latin1.h"
 
 #include <cstdint>
 #include <cstdio>
 
 #include "Kiv/Core/Error.h"
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 namespace
@@ -145,4 +145,4 @@ std::string ToDisplayText(const std::string& text)
     return IsValidUtf8(text) ? text : Latin1ToUtf8(text);
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access
