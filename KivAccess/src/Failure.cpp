@@ -1,5 +1,6 @@
 #include "Kiv/Access/Failure.h"
 
+#include <cstring>
 #include <exception>
 
 #include "Kiv/Access/Latin1.h"
@@ -10,7 +11,17 @@ namespace Kiv::Access
 
 void Fail(const std::string& message)
 {
-    Kiv::Core::IOError(message).RaiseError(KIV_CODE_CONTEXT, "Kiv.Tool", false);
+    throw Failure(message);
+}
+
+void FailWithSystemError(const std::string& message, int error)
+{
+    throw SystemFailure(message + ": " + std::strerror(error), error);
+}
+
+void FailWithFormatError(const std::string& message)
+{
+    throw FormatFailure(message);
 }
 
 namespace
@@ -42,6 +53,10 @@ std::string DescribeCurrentException()
     {
         const std::string& message = error.GetMessage();
         return OneLine(ToDisplayText(message.empty() ? std::string(error.what()) : message));
+    }
+    catch (const Failure& failure)
+    {
+        return OneLine(ToDisplayText(failure.what()));
     }
     catch (const std::bad_alloc&)
     {

@@ -37,7 +37,7 @@ void RequireReadableFile(const std::string& path)
     };
     if (::stat(path.c_str(), &status) != 0)
     {
-        Fail(path + ": " + std::strerror(errno));
+        FailWithSystemError(path, errno);
     }
     if (S_ISDIR(status.st_mode))
     {
@@ -51,7 +51,7 @@ void RequireReadableFile(const std::string& path)
     // recognise it.
     if (::access(path.c_str(), R_OK) != 0)
     {
-        Fail(path + ": " + std::strerror(errno));
+        FailWithSystemError(path, errno);
     }
 }
 
@@ -81,13 +81,13 @@ boost::shared_ptr<DataFile> OpenDataFile(const std::string& path, DataFile::EAcc
     catch (...)
     {
         const std::string reason = ReplaceAll(DescribeCurrentException(), path, displayName);
-        Fail(displayName + ": " + WithoutFilePrefix(reason, displayName));
+        FailWithFormatError(displayName + ": " + WithoutFilePrefix(reason, displayName));
     }
     if (!file || !file->IsOpen())
     {
-        Fail(displayName + ": the " +
-             (file ? ToDisplayText(file->GetFileType()) : std::string("file type")) +
-             " module could not open the file");
+        FailWithFormatError(displayName + ": the " +
+                            (file ? ToDisplayText(file->GetFileType()) : std::string("file type")) +
+                            " module could not open the file");
     }
     return file;
 }

@@ -31,7 +31,7 @@ std::string ResolveTarget(const std::string& path)
     char resolved[PATH_MAX];
     if (::realpath(path.c_str(), resolved) == nullptr)
     {
-        Fail(path + ": " + std::strerror(errno));
+        FailWithSystemError(path, errno);
     }
     return resolved;
 }
@@ -42,7 +42,7 @@ void RequireWritableFile(const std::string& path)
     // made read-only is not to be changed behind its owner's back.
     if (::access(path.c_str(), W_OK) != 0)
     {
-        Fail(path + ": cannot be changed: " + std::strerror(errno));
+        FailWithSystemError(path + ": cannot be changed", errno);
     }
 }
 

@@ -89,7 +89,7 @@ void SaveLock::FailWithErrno(const std::string& what)
         ::close(m_Descriptor);
         m_Descriptor = -1;
     }
-    Fail(m_DisplayName + ": not saved: " + what + ": " + std::strerror(error));
+    FailWithSystemError(m_DisplayName + ": not saved: " + what, error);
 }
 
 } // namespace Kiv::Edit

@@ -161,7 +161,7 @@ void TemporaryCopy::ReplaceTarget(mode_t permissions)
 
 void TemporaryCopy::FailWithErrno(const std::string& what) const
 {
-    Fail(m_DisplayName + ": not saved: " + what + ": " + std::strerror(errno));
+    FailWithSystemError(m_DisplayName + ": not saved: " + what, errno);
 }
 
 } // namespace Kiv::Edit
