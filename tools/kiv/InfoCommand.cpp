@@ -3,6 +3,7 @@
 
 #include "Commands.h"
 #include "Kiv/Access/FileAccess.h"
+#include "Kiv/Access/FileFacts.h"
 #include "Kiv/Access/Latin1.h"
 #include "Kiv/Access/Statistics.h"
 #include "Kiv/Access/ValueView.h"
@@ -46,50 +47,6 @@ void Line(std::ostream& out, int indent, const std::string& label, const std::st
 {
     out << std::string(static_cast<std::size_t>(indent), ' ')
         << PadRight(label + ":", LABEL_WIDTH - static_cast<std::size_t>(indent)) << value << '\n';
-}
-
-// The first entry of that name in any top-level section, in file order: the host knows the
-// keys a microscopist looks for, not which section a file type keeps them in.
-boost::shared_ptr<DataObject> FindInSections(DataFile& file, const std::string& key)
-{
-    for (const auto& entry : file.GetEntries())
-    {
-        if (const auto section = boost::dynamic_pointer_cast<DataContainer>(entry.second))
-        {
-            if (const auto found = section->Get(key))
-            {
-                return found;
-            }
-        }
-    }
-    return nullptr;
-}
-
-template <class T>
-boost::shared_ptr<T> FindValueInSections(DataFile& file, const std::string& key)
-{
-    return ValueOf<T>(FindInSections(file, key));
-}
-
-// The first value of type T anywhere in the tree, depth first.
-template <class T>
-boost::shared_ptr<T> FindFirstOfType(DataContainer& container)
-{
-    for (const auto& entry : container.GetEntries())
-    {
-        if (const auto value = ValueOf<T>(entry.second))
-        {
-            return value;
-        }
-        if (const auto child = boost::dynamic_pointer_cast<DataContainer>(entry.second))
-        {
-            if (const auto value = FindFirstOfType<T>(*child))
-            {
-                return value;
-            }
-        }
-    }
-    return nullptr;
 }
 
 std::string SizeText(const std::string& path)
@@ -182,27 +139,17 @@ void WriteForceCurves(std::ostream& out, DataFile& file, const FloatMatrixList& 
     {
         Line(out, 2, "Values a point", std::to_string(curves.front().data().size()));
     }
-    const auto labels = FindValueInSections<std::string>(file, "ForceCurveDataLabels");
-    if (!labels || labels->empty())
+    const std::vector<std::string> labels = FindCurveLabels(file);
+    if (labels.empty())
     {
         Line(out, 2, "Curve labels", "none");
         return;
     }
     out << "  Curve labels:\n";
     std::size_t number = 1;
-    std::size_t start = 0;
-    for (;;)
+    for (const std::string& label : labels)
     {
-        const std::size_t comma = labels->find(',', start);
-        out << "    " << number++ << ". "
-            << Latin1ToUtf8(labels->substr(start, comma == std::string::npos ? std::string::npos
-                                                                             : comma - start))
-            << '\n';
-        if (comma == std::string::npos)
-        {
-            break;
-        }
-        start = comma + 1;
+        out << "    " << number++ << ". " << Latin1ToUtf8(label) << '\n';
     }
 }
 } // namespace
