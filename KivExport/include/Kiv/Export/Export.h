@@ -1,0 +1,55 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "Kiv/DataCore/DataFile.h"
+
+namespace Kiv::Export
+{
+
+// The formats an open file can be written to. Images go to every format but tsv; force curves
+// to npy, csv, tsv and png.
+enum class Format
+{
+    Gsf,
+    Npy,
+    Tiff,
+    Csv,
+    Tsv,
+    Png,
+};
+
+// The format a user names ("gsf", "npy", "tiff" or "tif", "csv", "tsv", "png"; any case), or
+// nothing for another name.
+std::optional<Format> ParseFormat(const std::string& name);
+// The format's name as ParseFormat takes it.
+std::string FormatName(Format format);
+// The extension of its files: ".gsf", ".npy", ".tif", ".csv", ".tsv", ".png".
+std::string FormatExtension(Format format);
+// Every format's name, comma-separated, for help and error texts.
+std::string FormatNames();
+
+// How a preview looks. colormap is "gray", "afmhot" or "viridis"; range is the values mapped to
+// the ends of the colour map (the 1st and 99th percentile of the samples when not given).
+struct ExportOptions
+{
+    std::string colormap = "gray";
+    std::optional<std::pair<double, double>> range;
+};
+
+// Whether a colour map of that name exists.
+bool IsKnownColormap(const std::string& name);
+
+// Writes the open file's data to outputPath under a temporary name beside it, renamed when
+// complete, so that a partial output never stands under outputPath. sourcePath names the file
+// in messages and gives the title when the header has none. An existing outputPath is kept
+// unless overwrite is set. Raises Kiv::Access::Failure (one line naming the file) on failure,
+// including a force file to gsf, tiff or an image format ("... formats that fit: npy, csv,
+// tsv, png").
+void ExportFile(Kiv::DataCore::DataFile& file, const std::string& sourcePath,
+                const std::string& outputPath, Format format, const ExportOptions& options = {},
+                bool overwrite = false);
+
+} // namespace Kiv::Export
