@@ -4,6 +4,11 @@
 #include <string>
 #include <vector>
 
+namespace CLI
+{
+class App;
+}
+
 namespace Kiv::Tool
 {
 
@@ -24,5 +29,23 @@ int RunResave(std::ostream& out, const std::string& path);
 // Runs the test suites of the named modules (a module's name, file name or path), or of every
 // loaded module; ends with the line "N passed, M failed".
 int RunSelftest(std::ostream& out, const std::vector<std::string>& modules);
+
+// kiv export FILE... --to FORMAT [-o OUTPUT | -d FOLDER] [-j N] [--force] [--colormap NAME]
+// [--range MIN:MAX]: defines its own subcommand, so that its options stay out of the others'.
+struct ExportArguments
+{
+    std::vector<std::string> files;
+    std::string format;
+    std::string output;
+    std::string folder;
+    unsigned jobs = 0;
+    bool force = false;
+    std::string colormap = "gray";
+    std::string range;
+};
+CLI::App* AddExportCommand(CLI::App& app, ExportArguments& arguments);
+// Prints a line for each failed file on err and the summary on out; 1 when any file failed,
+// 2 for arguments that do not fit together.
+int RunExport(std::ostream& out, std::ostream& err, const ExportArguments& arguments);
 
 } // namespace Kiv::Tool

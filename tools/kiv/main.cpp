@@ -25,6 +25,7 @@ struct Arguments
     std::string key;
     std::string value;
     std::vector<std::string> modules;
+    Kiv::Tool::ExportArguments exports;
 };
 
 // The subcommands, to tell which one was given.
@@ -37,6 +38,7 @@ struct Subcommands
     CLI::App* unset;
     CLI::App* resave;
     CLI::App* selftest;
+    CLI::App* exports;
 };
 
 void AddFile(CLI::App& command, Arguments& arguments)
@@ -89,6 +91,8 @@ Subcommands DefineCommands(CLI::App& app, Arguments& arguments)
     commands.selftest->add_option(
         "MODULE", arguments.modules,
         "Modules to test (name, file name or path); all when none is given");
+
+    commands.exports = Kiv::Tool::AddExportCommand(app, arguments.exports);
     return commands;
 }
 
@@ -118,6 +122,10 @@ int RunCommand(const Subcommands& commands, const Arguments& arguments)
     if (commands.resave->parsed())
     {
         return RunResave(std::cout, arguments.file);
+    }
+    if (commands.exports->parsed())
+    {
+        return RunExport(std::cout, std::cerr, arguments.exports);
     }
     return RunSelftest(std::cout, arguments.modules);
 }

@@ -1,0 +1,89 @@
+#include "Kiv/Export/Export.h"
+
+#include <cmath>
+#include <vector>
+
+#include "ExportSource.h"
+#include "Kiv/Access/Failure.h"
+#include "Writers.h"
+
+namespace Kiv::Export
+{
+
+namespace
+{
+const std::vector<Format> IMAGE_FORMATS = {Format::Gsf, Format::Npy, Format::Tiff, Format::Csv,
+                                           Format::Png};
+const std::vector<Format> CURVE_FORMATS = {Format::Npy, Format::Csv, Format::Tsv, Format::Png};
+
+std::string Names(const std::vector<Format>& formats)
+{
+    std::string names;
+    for (const Format format : formats)
+    {
+        names += (names.empty() ? "" : ", ") + FormatName(format);
+    }
+    return names;
+}
+
+void RequireFit(const ExportSource& source, Format format)
+{
+    const bool curves = source.curves.has_value();
+    const auto& fitting = curves ? CURVE_FORMATS : IMAGE_FORMATS;
+    if (std::find(fitting.begin(), fitting.end(), format) == fitting.end())
+    {
+        Kiv::Access::Fail(source.displayName + ": " + (curves ? "force curves" : "an image") +
+                          " cannot be exported to " + FormatName(format) +
+                          "; formats that fit: " + Names(fitting));
+    }
+}
+
+void RequireUsableOptions(const ExportOptions& options)
+{
+    if (!IsKnownColormap(options.colormap))
+    {
+        Kiv::Access::Fail("unknown colour map \"" + options.colormap +
+                          "\"; known: gray, afmhot, viridis");
+    }
+    if (options.range &&
+        !(std::isfinite(options.range->first) && std::isfinite(options.range->second) &&
+          options.range->first < options.range->second))
+    {
+        Kiv::Access::Fail("the range needs two finite numbers, the first below the second");
+    }
+}
+
+void WriteFormat(const ExportSource& source, OutputFile& output, Format format,
+                 const ExportOptions& options)
+{
+    switch (format)
+    {
+    case Format::Gsf:
+        return WriteGsf(source, output);
+    case Format::Npy:
+        return WriteNpy(source, output);
+    case Format::Tiff:
+        return WriteTiff(source, output);
+    case Format::Csv:
+        return WriteTextTable(source, output, ',');
+    case Format::Tsv:
+        return WriteTextTable(source, output, '\t');
+    case Format::Png:
+        return WritePngPreview(source, output, options);
+    }
+}
+} // namespace
+
+void ExportFile(Kiv::DataCore::DataFile& file, const std::string& sourcePath,
+                const std::string& outputPath, Format format, const ExportOptions& options,
+                bool overwrite)
+{
+    RequireUsableOptions(options);
+    const ExportSource source = ReadExportSource(file, sourcePath);
+    RequireFit(source, format);
+    OutputFile output(outputPath, overwrite);
+    WriteFormat(source, output, format, options);
+    output.Commit();
+}
+
+} // namespace Kiv::Export

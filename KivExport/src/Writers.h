@@ -1,0 +1,18 @@
+#pragma once
+
+#include "ExportSource.h"
+#include "Kiv/Export/Export.h"
+#include "OutputFile.h"
+
+namespace Kiv::Export
+{
+
+// One writer a format. Each takes a source that its format fits (the caller checks) and writes
+// the whole output.
+void WriteGsf(const ExportSource& source, OutputFile& output);
+void WriteNpy(const ExportSource& source, OutputFile& output);
+void WriteTiff(const ExportSource& source, OutputFile& output);
+void WriteTextTable(const ExportSource& source, OutputFile& output, char separator);
+void WritePngPreview(const ExportSource& source, OutputFile& output, const ExportOptions& options);
+
+} // namespace Kiv::Export
