@@ -1,0 +1,69 @@
+"""Runs the built kiv (KIV_BINARY) and reads the samples straight from their bytes, so that every
+export is compared with values that did not pass through kiv's own reader."""
+import os
+import re
+import subprocess
+from pathlib import Path
+
+import numpy as np
+import pytest
+
+SAMPLES = Path(os.environ.get("KIV_SAMPLES_DIR", Path(__file__).parents[2] / "samples"))
+IMAGE_SAMPLE = SAMPLES / "topography_128.flt"
+FORCE_SAMPLE = SAMPLES / "force_2x300.flt"
+
+
+def kiv_binary():
+    binary = os.environ.get("KIV_BINARY")
+    if not binary or not os.access(binary, os.X_OK):
+        pytest.fail("KIV_BINARY must name the built kiv")
+    return binary
+
+
+def run_kiv(*arguments, **options):
+    return subprocess.run([kiv_binary(), *map(str, arguments)], capture_output=True, text=True,
+                          timeout=60, **options)
+
+
+def export(source, fmt, output, *extra):
+    result = run_kiv("export", source, "--to", fmt, "-o", output, *extra)
+    assert result.returncode == 0, result.stderr
+    return output
+
+
+def header_value(path, key):
+    text = Path(path).read_bytes().split(b"[Data]\r\n")[0].decode("latin-1")
+    return re.search(r"^" + re.escape(key) + r"=\s*(.*?)\s*$", text, re.M).group(1)
+
+
+def image_samples(path=IMAGE_SAMPLE):
+    """The image block as the file format describes it: rows of little-endian float32 at
+    DataOffset."""
+    rows = int(header_value(path, "ResolutionY"))
+    columns = int(header_value(path, "ResolutionX"))
+    offset = int(header_value(path, "DataOffset"))
+    return np.fromfile(path, dtype="<f4", count=rows * columns, offset=offset).reshape(rows, columns)
+
+
+def force_table(path=FORCE_SAMPLE):
+    """The labels line split at commas, and the tab-separated lines after [Data] as float32."""
+    header, data = Path(path).read_bytes().split(b"[Data]\r\n", 1)
+    labels_line = [line for line in header.decode("latin-1").splitlines()
+                   if "," in line and "[" not in line][-1]
+    labels = [label.strip() for label in labels_line.split(",")]
+    rows = [[np.float32(value) for value in line.split("\t")]
+            for line in data.decode("ascii").splitlines() if line]
+    return labels, np.array(rows, dtype=np.float32)
+
+
+def write_image_file(path, samples, scan_range="10.0000 \xb5m", title=None):
+    """A minimal image file in the instrument's layout, for shapes the samples lack."""
+    rows, columns = samples.shape
+    lines = ["[Data Version]", "DataVersion=2", "", "[Data Parameters]", "DataOffset=  4096",
+             f"ScanRangeX={scan_range}", f"ScanRangeY={scan_range}",
+             f"ResolutionX={columns}", f"ResolutionY={rows}"]
+    if title:
+        lines.append(f"Title={title}")
+    header = ("\r\n".join(lines + ["", "[Data]"]) + "\r\n").encode("latin-1")
+    Path(path).write_bytes(header.ljust(4096, b"\0") + samples.astype("<f4").tobytes())
+    return path
