@@ -18,4 +18,9 @@ echo "== benchmarks (reading and saving Pelrix files) =="
 echo
 echo "== peak memory of opening an image =="
 "$build_dir/bin/kiv_peak_memory" || status=1
+
+# --- kiv export against cp ---
+echo
+"$root/bench/export_bench.sh" "$build_dir" || status=1
+# --- end of kiv export ---
 exit "$status"

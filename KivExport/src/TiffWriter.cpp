@@ -2,14 +2,15 @@
 // ImageDescription (unit, display range) and XResolution/YResolution as pixels per that unit.
 #include <cerrno>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <unistd.h>
 
 #include <tiffio.h>
 
 #include "Kiv/Access/Failure.h"
-#include "Kiv/Access/Statistics.h"
 #include "Kiv/Access/ValueView.h"
 #include "Writers.h"
 
@@ -37,6 +38,42 @@ const LengthUnit& ReadableUnit(double pixelMetres)
         }
     }
     return LENGTH_UNITS[std::size(LENGTH_UNITS) - 1];
+}
+
+// The display range: the extremes of the finite samples. Only these two figures, in one pass
+// without branches on the common path, since a large image is read again just for them.
+std::optional<std::pair<float, float>> FiniteRange(const float* samples, std::size_t count)
+{
+    float low = std::numeric_limits<float>::infinity();
+    float high = -low;
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        // NaN fails both comparisons and infinities cannot move a bound past themselves, so
+        // only they need a second look.
+        const float value = samples[i];
+        low = value < low ? value : low;
+        high = value > high ? value : high;
+    }
+    if (std::isfinite(low) && std::isfinite(high))
+    {
+        return std::make_pair(low, high);
+    }
+    // Infinities among the samples: the slow pass that leaves them out.
+    low = std::numeric_limits<float>::infinity();
+    high = -low;
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        if (std::isfinite(samples[i]))
+        {
+            low = std::min(low, samples[i]);
+            high = std::max(high, samples[i]);
+        }
+    }
+    if (low > high)
+    {
+        return std::nullopt;
+    }
+    return std::make_pair(low, high);
 }
 
 // libtiff reports through process-wide handlers, which would print to stderr from any thread;
@@ -118,12 +155,10 @@ private:
         {
             text += "unit=" + std::string(unit) + "\n";
         }
-        const auto figures =
-            Kiv::Access::ComputeStatistics(m_Source.ImageSamples(), m_Source.ImageSampleCount());
-        if (figures.count > figures.nonFinite)
+        if (const auto range = FiniteRange(m_Source.ImageSamples(), m_Source.ImageSampleCount()))
         {
-            text += "min=" + Kiv::Access::FormatNumber(figures.minimum) + "\n";
-            text += "max=" + Kiv::Access::FormatNumber(figures.maximum) + "\n";
+            text += "min=" + Kiv::Access::FormatNumber(range->first) + "\n";
+            text += "max=" + Kiv::Access::FormatNumber(range->second) + "\n";
         }
         return text;
     }
