@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "InterruptCleanup.h"
 #include "Kiv/Access/Failure.h"
 
 namespace Kiv::Export
@@ -40,11 +41,12 @@ void GiveUsualPermissions(int descriptor)
 } // namespace
 
 OutputFile::OutputFile(std::string finalPath, bool overwrite)
-    : m_FinalPath(std::move(finalPath)), m_Overwrite(overwrite)
+    : m_FinalPath(std::move(finalPath)), m_Overwrite(overwrite),
+      m_Watch(InterruptCleanup::NOT_WATCHED)
 {
     if (!m_Overwrite && Exists(m_FinalPath))
     {
-        Kiv::Access::Fail(m_FinalPath + ": already exists; not overwritten (use --force)");
+        Kiv::Access::Fail(m_FinalPath + ": already exists; not overwritten");
     }
     std::string pattern = HiddenTemporaryName(m_FinalPath);
     m_Descriptor = ::mkostemp(pattern.data(), O_CLOEXEC);
@@ -53,6 +55,7 @@ OutputFile::OutputFile(std::string finalPath, bool overwrite)
         FailWithSystemError(m_FinalPath + ": cannot create the output", errno);
     }
     m_TemporaryPath = pattern;
+    m_Watch = InterruptCleanup::Watch(m_TemporaryPath);
     GiveUsualPermissions(m_Descriptor);
 }
 
@@ -66,6 +69,7 @@ OutputFile::~OutputFile()
     {
         ::unlink(m_TemporaryPath.c_str());
     }
+    InterruptCleanup::Release(m_Watch);
 }
 
 void OutputFile::FailWrite(int error) const
@@ -114,7 +118,7 @@ void OutputFile::Commit()
         {
             if (errno == EEXIST)
             {
-                Kiv::Access::Fail(m_FinalPath + ": already exists; not overwritten (use --force)");
+                Kiv::Access::Fail(m_FinalPath + ": already exists; not overwritten");
             }
             if ((errno == EPERM || errno == EOPNOTSUPP) && !Exists(m_FinalPath) &&
                 ::rename(m_TemporaryPath.c_str(), m_FinalPath.c_str()) == 0)

@@ -35,6 +35,7 @@ private:
     std::string m_TemporaryPath;
     bool m_Overwrite;
     int m_Descriptor = -1;
+    std::size_t m_Watch;
 };
 
 // Collects small writes into large ones.

@@ -3,11 +3,13 @@ import os
 import pty
 import resource
 import shutil
+import signal
 import subprocess
+import time
 
 import numpy as np
 
-from conftest import IMAGE_SAMPLE, kiv_binary, run_kiv
+from conftest import IMAGE_SAMPLE, kiv_binary, run_kiv, write_image_file
 
 
 def copies(folder, count, sample=IMAGE_SAMPLE):
@@ -98,3 +100,22 @@ def test_usage_errors(tmp_path):
         assert result.returncode == 2, arguments
         assert len(result.stderr.splitlines()) == 1
     assert list(tmp_path.iterdir()) == []
+
+
+def test_an_interrupted_export_removes_its_temporary_output(tmp_path):
+    source = write_image_file(tmp_path / "big.flt",
+                              np.random.default_rng(1).random((2048, 2048), dtype=np.float32))
+    out = tmp_path / "out"
+    out.mkdir()
+    process = subprocess.Popen([kiv_binary(), "export", source, "--to", "csv", "-d", out],
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        deadline = time.monotonic() + 30
+        while not any(out.iterdir()) and time.monotonic() < deadline:
+            time.sleep(0.001)
+        assert [p.name.startswith(".big.csv.kiv-") for p in out.iterdir()] == [True]
+        process.send_signal(signal.SIGTERM)
+        assert process.wait(timeout=30) == -signal.SIGTERM
+    finally:
+        process.kill()
+    assert list(out.iterdir()) == []

@@ -58,7 +58,7 @@ public:
         const int width = static_cast<int>(std::to_string(progress.total).size());
         const double rate = progress.seconds > 0 ? progress.done / progress.seconds : 0.0;
         char line[128];
-        std::snprintf(line, sizeof line, "\r\033[K[%*zu/%zu] %3zu%%  %.0f files/s", width,
+        std::snprintf(line, sizeof line, "\r\033[K[%*zu/%zu] %zu%%  %.0f files/s", width,
                       progress.done, progress.total, progress.done * 100 / progress.total, rate);
         m_Err << line << std::flush;
         m_Visible = true;
@@ -163,6 +163,7 @@ int RunExport(std::ostream& out, std::ostream& err, const ExportArguments& argum
     {
         observer.progress = [&](const Kiv::Export::BatchProgress& step) { progress.Show(step); };
     }
+    Kiv::Export::RemoveTemporaryOutputsOnInterrupt();
     const auto summary = Kiv::Export::RunBatchExport(request, observer);
     progress.Clear();
     out << SummaryLine(summary) << '\n';

@@ -1,0 +1,96 @@
+#include "InterruptCleanup.h"
+
+#include <atomic>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <unistd.h>
+
+#include "Kiv/Export/Export.h"
+
+namespace Kiv::Export
+{
+
+namespace
+{
+const std::size_t SLOT_COUNT = 256;
+const int WATCHED_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
+
+// The signal handler may only read fixed memory and call async-signal-safe functions.
+struct Slot
+{
+    std::atomic<bool> taken{false};
+    std::atomic<bool> armed{false};
+    char path[PATH_MAX];
+};
+Slot g_Slots[SLOT_COUNT];
+
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+extern "C" void RemoveOutputsAndReraise(int signalNumber)
+{
+    for (Slot& slot : g_Slots)
+    {
+        if (slot.armed.load())
+        {
+            ::unlink(slot.path);
+        }
+    }
+    // Installed with SA_RESETHAND: the signal's own action ends the process now.
+    ::raise(signalNumber);
+}
+} // namespace
+
+const std::size_t InterruptCleanup::NOT_WATCHED = SLOT_COUNT;
+
+std::size_t InterruptCleanup::Watch(const std::string& path)
+{
+    if (path.size() >= PATH_MAX)
+    {
+        return NOT_WATCHED;
+    }
+    for (std::size_t i = 0; i < SLOT_COUNT; ++i)
+    {
+        if (!g_Slots[i].taken.exchange(true))
+        {
+            std::memcpy(g_Slots[i].path, path.c_str(), path.size() + 1);
+            g_Slots[i].armed.store(true);
+            return i;
+        }
+    }
+    return NOT_WATCHED;
+}
+
+void InterruptCleanup::Release(std::size_t slot)
+{
+    if (slot < SLOT_COUNT)
+    {
+        g_Slots[slot].armed.store(false);
+        g_Slots[slot].taken.store(false);
+    }
+}
+
+void RemoveTemporaryOutputsOnInterrupt()
+{
+    for (const int signalNumber : WATCHED_SIGNALS)
+    {
+        struct sigaction previous
+        {
+        };
+        sigaction(signalNumber, nullptr, &previous);
+        // A signal that whoever started us chose to ignore stays ignored.
+        if (previous.sa_handler == SIG_IGN)
+        {
+            continue;
+        }
+        struct sigaction action
+        {
+        };
+        action.sa_handler = RemoveOutputsAndReraise;
+        action.sa_flags = SA_RESETHAND;
+        sigemptyset(&action.sa_mask);
+        sigaction(signalNumber, &action, nullptr);
+    }
+}
+
+} // namespace Kiv::Export
