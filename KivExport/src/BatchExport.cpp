@@ -29,6 +29,18 @@ std::string Folder(const std::string& path)
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
+bool IsSameFile(const std::string& first, const std::string& second)
+{
+    struct stat a
+    {
+    };
+    struct stat b
+    {
+    };
+    return ::stat(first.c_str(), &a) == 0 && ::stat(second.c_str(), &b) == 0 &&
+           a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
 bool IsFolder(const std::string& path)
 {
     struct stat status
@@ -124,6 +136,10 @@ private:
             Kiv::Access::Fail(collision->second);
         }
         const std::string& input = m_Request.inputs[index];
+        if (IsSameFile(input, m_Outputs[index]))
+        {
+            Kiv::Access::Fail(input + ": the output would replace the input");
+        }
         const auto file = Kiv::Access::OpenForReading(input);
         ExportFile(*file, input, m_Outputs[index], m_Request.format, m_Request.options,
                    m_Request.overwrite);

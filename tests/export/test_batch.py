@@ -90,6 +90,13 @@ def test_inputs_that_would_share_an_output_fail_rather_than_overwrite(tmp_path):
     assert "also exported to" in result.stderr
 
 
+def test_an_output_never_replaces_its_input(tmp_path):
+    source = shutil.copy(IMAGE_SAMPLE, tmp_path / "scan.flt")
+    result = run_kiv("export", source, "--to", "csv", "-o", source, "--force")
+    assert result.returncode == 1 and "would replace the input" in result.stderr
+    assert source.read_bytes() == IMAGE_SAMPLE.read_bytes()
+
+
 def test_usage_errors(tmp_path):
     for arguments in (["-o", tmp_path / "x.npy", IMAGE_SAMPLE],  # -o with two inputs
                       ["--to", "jpeg"], ["--range", "5:1"], ["--colormap", "jet"]):
