@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,12 +16,24 @@ using Kiv::Access::FailWithSystemError;
 
 namespace
 {
+const int NAME_ATTEMPTS = 100;
+
+// ".NAME.kiv-" and twelve random letters and digits beside the final path: hidden, and unlikely
+// enough to be taken that watching the name before creating it cannot hit another's file.
 std::string HiddenTemporaryName(const std::string& finalPath)
 {
+    static const char LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    thread_local std::mt19937_64 engine{std::random_device{}()};
+    std::uniform_int_distribution<std::size_t> pick(0, sizeof LETTERS - 2);
     const std::size_t slash = finalPath.find_last_of('/');
     const std::string folder = slash == std::string::npos ? "" : finalPath.substr(0, slash + 1);
     const std::string name = slash == std::string::npos ? finalPath : finalPath.substr(slash + 1);
-    return folder + "." + name + ".kiv-XXXXXX";
+    std::string path = folder + "." + name + ".kiv-";
+    for (int i = 0; i < 12; ++i)
+    {
+        path += LETTERS[pick(engine)];
+    }
+    return path;
 }
 
 bool Exists(const std::string& path)
@@ -29,14 +42,6 @@ bool Exists(const std::string& path)
     {
     };
     return ::lstat(path.c_str(), &status) == 0;
-}
-
-// mkstemp makes the file private; an export is an ordinary file and gets the usual mode.
-void GiveUsualPermissions(int descriptor)
-{
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    ::fchmod(descriptor, 0666 & ~mask);
 }
 } // namespace
 
@@ -48,15 +53,28 @@ OutputFile::OutputFile(std::string finalPath, bool overwrite)
     {
         Kiv::Access::Fail(m_FinalPath + ": already exists; not overwritten");
     }
-    std::string pattern = HiddenTemporaryName(m_FinalPath);
-    m_Descriptor = ::mkostemp(pattern.data(), O_CLOEXEC);
-    if (m_Descriptor < 0)
+    // The name is watched before the file exists, so that no moment leaves an interrupted kiv
+    // with a file it does not know of. The mode is an ordinary file's, under the user's umask.
+    for (int attempt = 0; attempt < NAME_ATTEMPTS; ++attempt)
     {
-        FailWithSystemError(m_FinalPath + ": cannot create the output", errno);
+        std::string path = HiddenTemporaryName(m_FinalPath);
+        const std::size_t watch = InterruptCleanup::Watch(path);
+        const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        if (descriptor >= 0)
+        {
+            m_Descriptor = descriptor;
+            m_TemporaryPath = std::move(path);
+            m_Watch = watch;
+            return;
+        }
+        const int error = errno;
+        InterruptCleanup::Release(watch);
+        if (error != EEXIST)
+        {
+            FailWithSystemError(m_FinalPath + ": cannot create the output", error);
+        }
     }
-    m_TemporaryPath = pattern;
-    m_Watch = InterruptCleanup::Watch(m_TemporaryPath);
-    GiveUsualPermissions(m_Descriptor);
+    Kiv::Access::Fail(m_FinalPath + ": cannot create the output: no free temporary name");
 }
 
 OutputFile::~OutputFile()

@@ -126,3 +126,10 @@ def test_an_interrupted_export_removes_its_temporary_output(tmp_path):
     finally:
         process.kill()
     assert list(out.iterdir()) == []
+
+
+def test_outputs_are_ordinary_files_under_the_users_umask(tmp_path):
+    result = run_kiv("export", IMAGE_SAMPLE, "--to", "npy", "-d", tmp_path,
+                     preexec_fn=lambda: os.umask(0o027))
+    assert result.returncode == 0
+    assert (tmp_path / "topography_128.npy").stat().st_mode & 0o777 == 0o640
