@@ -46,8 +46,8 @@ bool IsKnownColormap(const std::string& name);
 // complete, so that a partial output never stands under outputPath. sourcePath names the file
 // in messages and gives the title when the header has none. An existing outputPath is kept
 // unless overwrite is set. Raises Kiv::Access::Failure (one line naming the file) on failure,
-// including a force file to gsf, tiff or an image format ("... formats that fit: npy, csv,
-// tsv, png").
+// including a format that does not fit the data: a force file to gsf or tiff ("... formats
+// that fit: npy, csv, tsv, png"), an image to tsv.
 void ExportFile(Kiv::DataCore::DataFile& file, const std::string& sourcePath,
                 const std::string& outputPath, Format format, const ExportOptions& options = {},
                 bool overwrite = false);
