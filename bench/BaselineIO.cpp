@@ -19,13 +19,11 @@ namespace
 }
 } // namespace
 
-MallocBuffer ReadWholeFile(const std::string& path, std::uint64_t size)
+namespace
 {
-    MallocBuffer buffer(static_cast<char*>(std::malloc(size ? size : 1)));
-    if (!buffer)
-    {
-        throw std::bad_alloc();
-    }
+// read() until size bytes are in, as a reader of a regular file must loop.
+void ReadAll(const std::string& path, char* buffer, std::uint64_t size)
+{
     const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (descriptor < 0)
     {
@@ -34,7 +32,7 @@ MallocBuffer ReadWholeFile(const std::string& path, std::uint64_t size)
     std::uint64_t done = 0;
     while (done < size)
     {
-        const ssize_t got = ::read(descriptor, buffer.get() + done, size - done);
+        const ssize_t got = ::read(descriptor, buffer + done, size - done);
         if (got <= 0)
         {
             ::close(descriptor);
@@ -43,6 +41,24 @@ MallocBuffer ReadWholeFile(const std::string& path, std::uint64_t size)
         done += static_cast<std::uint64_t>(got);
     }
     ::close(descriptor);
+}
+} // namespace
+
+MallocBuffer ReadWholeFile(const std::string& path, std::uint64_t size)
+{
+    MallocBuffer buffer(static_cast<char*>(std::malloc(size ? size : 1)));
+    if (!buffer)
+    {
+        throw std::bad_alloc();
+    }
+    ReadAll(path, buffer.get(), size);
+    return buffer;
+}
+
+Kiv::Core::HugePageBuffer ReadIntoHugePages(const std::string& path, std::uint64_t size)
+{
+    auto buffer = Kiv::Core::AllocateHugePageBuffer(static_cast<std::size_t>(size));
+    ReadAll(path, buffer.get(), size);
     return buffer;
 }
 

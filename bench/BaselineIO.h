@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "Kiv/Core/HugePages.h"
+
 namespace KivBench
 {
 
@@ -19,6 +21,10 @@ using MallocBuffer = std::unique_ptr<char, FreeDeleter>;
 
 // Opens path, reads its size bytes with read() into a fresh malloc'd buffer, closes it.
 MallocBuffer ReadWholeFile(const std::string& path, std::uint64_t size);
+
+// The physical floor of an open: one read() of the file into a 2 MiB-aligned buffer the kernel
+// backs with huge pages, so that neither page faults nor copies through a buffer are paid.
+Kiv::Core::HugePageBuffer ReadIntoHugePages(const std::string& path, std::uint64_t size);
 
 // A file opened for writing in place (not truncated), as the plug-in rewrites its files.
 class RawOutputFile

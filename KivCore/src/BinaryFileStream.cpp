@@ -173,6 +173,19 @@ std::uint64_t BinaryFileStream::GetSize() const
     return static_cast<std::uint64_t>(status.st_size);
 }
 
+std::int64_t BinaryFileStream::NextDataPos(std::int64_t offset) const
+{
+    RequireOpen("look for data in");
+    // lseek moves the descriptor's own offset, which no transfer here uses (they all pass
+    // their position to pread or pwrite).
+    const off_t found = ::lseek(m_Descriptor, static_cast<off_t>(offset), SEEK_DATA);
+    if (found >= 0)
+    {
+        return static_cast<std::int64_t>(found);
+    }
+    return errno == ENXIO ? std::max(offset, static_cast<std::int64_t>(GetSize())) : offset;
+}
+
 void BinaryFileStream::Close()
 {
     std::string errorText;

@@ -1,10 +1,13 @@
 #include "Pelrix/PelrixDataFile.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <string_view>
+#include <vector>
 
 #include "Kiv/Core/AllocationLimit.h"
 #include "PelrixIdentity.h"
@@ -37,6 +40,107 @@ double ParseForceValue(const char* begin, const char* end)
     const std::string token(begin, end);
     return std::strtod(token.c_str(), nullptr);
 }
+
+// The lines of the force data, from blocks read straight into a buffer of its own rather than
+// byte by byte: the data are most of a force file. A line comes without its carriage returns,
+// as the header's lines do.
+class ForceLineReader
+{
+public:
+    // remaining, the bytes left in the file, keeps the block of a small file small.
+    ForceLineReader(Kiv::Core::BinaryInputStream& input, std::int64_t start,
+                    std::uint64_t remaining, std::string fileName)
+        : m_Input(input), m_Position(start), m_FileName(std::move(fileName)),
+          m_Block(static_cast<std::size_t>(
+              std::clamp<std::uint64_t>(remaining + 1, MIN_BLOCK_BYTES, BLOCK_BYTES)))
+    {
+    }
+
+    // The next line; false when the input ended with nothing left. The view lasts until the
+    // next call.
+    bool Next(std::string_view& line)
+    {
+        for (;;)
+        {
+            const char* const begin = m_Block.data() + m_Next;
+            const auto* const feed =
+                static_cast<const char*>(std::memchr(begin, '\n', m_End - m_Next));
+            if (feed != nullptr)
+            {
+                const auto length = static_cast<std::size_t>(feed - begin);
+                m_Next += length + 1;
+                m_Position += static_cast<std::int64_t>(length + 1);
+                line = WithoutCarriageReturns(begin, length);
+                return true;
+            }
+            if (m_Ended)
+            {
+                // A last line without a line feed still counts.
+                const std::size_t length = m_End - m_Next;
+                m_Next = m_End;
+                m_Position += static_cast<std::int64_t>(length);
+                line = WithoutCarriageReturns(begin, length);
+                return length > 0;
+            }
+            Refill();
+        }
+    }
+
+    // The file position just after the last line handed out.
+    std::int64_t Position() const { return m_Position; }
+
+private:
+    static constexpr std::size_t BLOCK_BYTES = std::size_t{1} << 20;
+    static constexpr std::size_t MIN_BLOCK_BYTES = 4096;
+
+    std::string_view WithoutCarriageReturns(const char* begin, std::size_t length)
+    {
+        if (length > 0 && begin[length - 1] == '\r')
+        {
+            --length;
+        }
+        if (std::memchr(begin, '\r', length) == nullptr)
+        {
+            return {begin, length};
+        }
+        m_Scratch.clear();
+        for (std::size_t i = 0; i < length; ++i)
+        {
+            if (begin[i] != '\r')
+            {
+                m_Scratch.push_back(begin[i]);
+            }
+        }
+        return m_Scratch;
+    }
+
+    // Keeps the unfinished line at the front and reads behind it; a line longer than the block
+    // grows it, within what an open may allocate.
+    void Refill()
+    {
+        const std::size_t kept = m_End - m_Next;
+        std::memmove(m_Block.data(), m_Block.data() + m_Next, kept);
+        m_Next = 0;
+        m_End = kept;
+        if (kept == m_Block.size())
+        {
+            Kiv::Core::CheckAllocation(2 * m_Block.size(), "a text line of " + m_FileName);
+            m_Block.resize(2 * m_Block.size());
+        }
+        const std::uint64_t got = m_Input.Read(m_Block.data() + m_End, m_Block.size() - m_End);
+        m_End += static_cast<std::size_t>(got);
+        m_Ended = got == 0;
+    }
+
+    Kiv::Core::BinaryInputStream& m_Input;
+    std::int64_t m_Position;
+    std::string m_FileName;
+    std::vector<char> m_Block;
+    std::string m_Scratch;
+    std::size_t m_Next = 0;
+    std::size_t m_End = 0;
+    bool m_Ended = false;
+};
 
 } // namespace
 
@@ -79,12 +183,11 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
     curves.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(
         lines < 0 ? 0 : static_cast<std::uint64_t>(lines),
         std::min<std::uint64_t>((remaining + 1) / 2, DEFAULT_FORCE_LINES))));
-    std::string line;
+    ForceLineReader reader(*m_InputStream, m_DataStartPos, remaining, GetFileName());
+    std::string_view line;
     for (long taken = 0; taken < lines; ++taken)
     {
-        line.clear();
-        ReadLine(line);
-        if (line.empty())
+        if (!reader.Next(line) || line.empty())
         {
             break;
         }
@@ -129,7 +232,7 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
         }
         curves.push_back(std::move(values));
     }
-    NoteBytesAfter(m_InputStream->GetInputPos(), "after the force data");
+    NoteBytesAfter(reader.Position(), "after the force data");
     m_CurrentSection = GetSubData({Names::DATA_SECTION}, true);
     m_CurrentSection->Put(Names::RAW_DATA, std::move(curves));
 }

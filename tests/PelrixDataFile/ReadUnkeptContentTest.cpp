@@ -1,3 +1,5 @@
+#include <fstream>
+
 #include <gtest/gtest.h>
 
 #include "ReadTestFiles.h"
@@ -48,6 +50,10 @@ TEST(UnkeptContent, ListsWhatTheWriterWouldDrop)
 {
     std::string padded = Image({});
     padded[300] = 'X';
+    std::string paddedAtTheEnd = Image({});
+    paddedAtTheEnd[511] = 'Y';
+    // The trailing bytes are scanned in blocks of a MiB and words of eight bytes.
+    const std::string pastABlock = std::string((std::size_t{1} << 20) + 3, '\0') + "x";
     const UnkeptCase cases[] = {
         {"a clean image", Image({}), ""},
         {"a clean force file", ForceFile("1", "2", "1\t2\t3\t4\n5\t6\t7\t8\n"), ""},
@@ -65,6 +71,12 @@ TEST(UnkeptContent, ListsWhatTheWriterWouldDrop)
         {"bytes in the padding", padded, "between the header and \"DataOffset\" are not all zero"},
         {"bytes after the image", Image({}, "TRAILER"), "7 bytes after the image data"},
         {"zeros after the image", Image({}, std::string(5, '\0')), ""},
+        {"line breaks and zeros after the image", Image({}, "\r\n\n\0\r\0\0\0\0\0\0\0\0\n"), ""},
+        {"the last byte of the padding", paddedAtTheEnd, "are not all zero"},
+        {"a byte past a MiB of zeros", Image({}, pastABlock), "1048580 bytes after the image data"},
+        {"a force file ending without a line feed", ForceFile("1", "2", "1\t2\t3\t4\n5\t6\t7\t8"),
+         ""},
+        {"blank lines after the force data", ForceFile("1", "1", "1\t2\t3\t4\r\n\r\n\r\n"), ""},
         {"more force values than columns", ForceFile("1", "1", "1\t2\t3\t4\t5\n"),
          "force data line 1 holds more than 4 values"},
         {"an incomplete force line", ForceFile("1", "2", "1\t2\t3\t4\n5\t\t7\t8\n"),
@@ -82,6 +94,35 @@ TEST(UnkeptContent, ListsWhatTheWriterWouldDrop)
         }
         ASSERT_EQ(items.size(), 1u) << c.name << ": " << items.back();
         EXPECT_NE(items[0].find(c.expected), std::string::npos) << c.name << ": " << items[0];
+    }
+}
+
+// Zeros after the data are often a hole in a sparse file, which the scan skips without reading;
+// a byte behind the hole must still be found.
+TEST(UnkeptContent, LooksBehindAHoleAfterTheData)
+{
+    constexpr std::streamoff HOLE = 3 << 20;
+    const std::string image = Image({});
+    for (const bool byteBehind : {false, true})
+    {
+        TempFolder folder;
+        const std::string path = folder.Write("sparse.flt", image);
+        {
+            std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+            file.seekp(static_cast<std::streamoff>(image.size()) + HOLE);
+            file.put(byteBehind ? 'x' : '\0');
+        }
+        const auto record = OpenForReading(path)->GetMetaData("UnkeptContent");
+        ASSERT_TRUE(record);
+        StringList items;
+        record->Get("Items", items);
+        if (!byteBehind)
+        {
+            EXPECT_TRUE(items.empty()) << items.front();
+            continue;
+        }
+        ASSERT_EQ(items.size(), 1u);
+        EXPECT_EQ(items[0], std::to_string(HOLE + 1) + " bytes after the image data are not kept");
     }
 }
 

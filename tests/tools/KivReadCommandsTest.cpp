@@ -241,6 +241,47 @@ TEST(KivDump, JsonWithDataHoldsTheForceCurvesExactly)
     }
 }
 
+// The dump is written as the tree is walked; the keys of a large section must still come out
+// in the file's order (not sorted, not hashed), each once, with the characters JSON escapes.
+TEST(KivDump, JsonKeepsTheOrderOfManyKeys)
+{
+    constexpr int KEY_COUNT = 5000;
+    TemporaryFolder folder;
+    const std::string sample = ReadBytes(SamplesFolder() + "/" + IMAGE);
+    std::vector<std::string> keys;
+    std::string notes = "[Notes]\r\n";
+    for (int i = 0; i < KEY_COUNT; ++i)
+    {
+        // A scrambled order that sorting by name or number would change.
+        keys.push_back("Note " + std::to_string((i * 7919) % KEY_COUNT));
+        notes += keys.back() + "=value " + std::to_string(i) + "\r\n";
+    }
+    keys.push_back("Quote\" and \\ and \xB5");
+    notes += keys.back() + "=last\r\n\r\n";
+    // The notes move the samples out to a new "DataOffset"; the header is padded up to it.
+    const std::string offsetKey = "DataOffset=" + HeaderValue(sample, "DataOffset");
+    const std::size_t dataLine = sample.find("[Data]\r\n");
+    const std::string newOffset = std::to_string(1 << 20);
+    std::string bytes = sample.substr(0, dataLine) + notes + "[Data]\r\n";
+    bytes.replace(bytes.find(offsetKey), offsetKey.size(), "DataOffset=" + newOffset);
+    bytes.resize(std::size_t{1} << 20, '\0');
+    bytes += sample.substr(std::stoul(HeaderValue(sample, "DataOffset")));
+    WriteBytes(folder.File("notes.flt"), bytes);
+
+    const RunResult dump = RunKiv({"dump", "--json", "notes.flt"}, folder.Path());
+    ASSERT_EQ(dump.exitStatus, 0) << dump.err;
+    const Json entries = Json::parse(dump.out)["entries"]["[Notes]"]["entries"];
+    ASSERT_EQ(entries.size(), keys.size());
+    std::size_t index = 0;
+    for (const auto& [key, value] : entries.items())
+    {
+        ASSERT_EQ(key, Latin1ToUtf8(keys[index])) << "entry " << index;
+        ++index;
+    }
+    EXPECT_EQ(entries[Latin1ToUtf8(keys.back())]["value"], "last");
+    EXPECT_EQ(entries["Note 0"]["value"], "value 0");
+}
+
 TEST(KivDump, TextShowsOneEntryALineInUtf8)
 {
     TemporaryFolder folder;

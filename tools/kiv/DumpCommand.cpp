@@ -13,7 +13,7 @@ int RunDump(std::ostream& out, const std::string& path, bool json, bool withData
     const auto file = OpenForReading(path);
     if (json)
     {
-        WriteJson(out, MakeJsonDump(path, *file, withData));
+        WriteJsonDump(out, path, *file, withData);
     }
     else
     {

@@ -1,5 +1,6 @@
 #include <cmath>
 
+#include "JsonStream.h"
 #include "Kiv/Access/Latin1.h"
 #include "Kiv/Access/Statistics.h"
 #include "Kiv/Access/ValueView.h"
@@ -9,171 +10,215 @@ namespace Kiv::Tool
 {
 
 using namespace Kiv::Access;
-
 using namespace Kiv::DataCore;
-using Json = nlohmann::ordered_json;
 
 namespace
 {
-// JSON has no NaN or infinity; they travel as the strings the text dump uses.
-Json NumberToJson(double value)
-{
-    return std::isfinite(value) ? Json(value) : Json(FormatNumber(value));
-}
 
-// A float widened to double is exact, and the shortest text of that double reads back to it.
-Json SamplesToJson(const float* samples, std::size_t count)
+// Writes the tree as it walks it, in the layout WriteJson gives a document: an object of plain
+// values (one typed value) on one line, a list of plain values (one matrix row) on one line,
+// everything larger one item a line.
+class JsonDumpWriter
 {
-    Json row = Json::array();
-    for (std::size_t i = 0; i < count; ++i)
+public:
+    JsonDumpWriter(JsonStream& json, bool withData) : m_Json(json), m_WithData(withData) {}
+
+    void Entries(DataContainer& container, int depth)
     {
-        row.push_back(NumberToJson(static_cast<double>(samples[i])));
+        bool first = true;
+        for (const auto& [key, object] : container.GetEntries())
+        {
+            m_Json.Raw(first ? "{\n" : ",\n").Indent(depth + 1).String(Latin1ToUtf8(key)).Raw(": ");
+            Value(object, depth + 1);
+            first = false;
+        }
+        if (first)
+        {
+            m_Json.Raw("{}");
+            return;
+        }
+        m_Json.Raw('\n').Indent(depth).Raw('}');
     }
-    return row;
-}
 
-Json ContainerToJson(DataContainer& container, bool withData)
-{
-    Json entries = Json::object();
-    for (const auto& [key, object] : container.GetEntries())
+    void Value(const boost::shared_ptr<DataObject>& object, int depth)
     {
-        entries[Latin1ToUtf8(key)] = ValueToJson(object, withData);
+        if (!object)
+        {
+            m_Json.Raw("{\"type\": \"nothing\"}");
+        }
+        else if (!TypedValue(object, depth))
+        {
+            m_Json.Raw("{\"type\": ").String(KindName(*object)).Raw('}');
+        }
     }
-    return entries;
-}
 
-Json MatrixToJson(const FloatMatrix& matrix, bool withData)
-{
-    Json value = {{"type", "matrix"}, {"rows", matrix.size1()}, {"cols", matrix.size2()}};
-    const float* const samples = MatrixSamples(matrix);
-    if (withData)
+private:
+    // Starts the one-line form {"type": KIND, "value": ...; the caller ends it.
+    JsonStream& OpenInline(const std::string& kind)
     {
-        Json rows = Json::array();
+        return m_Json.Raw("{\"type\": ").String(kind).Raw(", \"value\": ");
+    }
+
+    // False when the object holds no value of the type it claims.
+    bool TypedValue(const boost::shared_ptr<DataObject>& object, int depth)
+    {
+        const std::string kind = KindName(*object);
+        switch (ClassifyValue(*object))
+        {
+        case ValueKind::Container:
+            m_Json.Raw("{\n").Indent(depth + 1).Raw("\"type\": ").String(kind).Raw(",\n");
+            m_Json.Indent(depth + 1).Raw("\"entries\": ");
+            Entries(*boost::dynamic_pointer_cast<DataContainer>(object), depth + 1);
+            m_Json.Raw('\n').Indent(depth).Raw('}');
+            return true;
+        case ValueKind::String:
+            return Inline(kind, ValueOf<std::string>(object),
+                          [this](const std::string& text) { m_Json.String(Latin1ToUtf8(text)); });
+        case ValueKind::Int:
+            return Inline(kind, ValueOf<int>(object), [this](int n) { m_Json.Integer(n); });
+        case ValueKind::Long:
+            return Inline(kind, ValueOf<long>(object), [this](long n) { m_Json.Integer(n); });
+        case ValueKind::Float:
+            return Inline(kind, ValueOf<float>(object),
+                          [this](float x) { m_Json.Number(static_cast<double>(x)); });
+        case ValueKind::Double:
+            return Inline(kind, ValueOf<double>(object), [this](double x) { m_Json.Number(x); });
+        case ValueKind::Unitized:
+            if (const auto value = ValueOf<UnitizedDouble>(object))
+            {
+                const auto& unit = value->GetUnit();
+                OpenInline(kind).Number(value->GetValue()).Raw(", \"unit\": ");
+                m_Json.String(unit ? Latin1ToUtf8(unit->GetAbbreviation()) : std::string());
+                m_Json.Raw('}');
+                return true;
+            }
+            return false;
+        case ValueKind::Strings:
+            return Inline(kind, ValueOf<StringList>(object),
+                          [this](const StringList& texts) { TextList(texts); });
+        case ValueKind::Matrix:
+            if (const auto matrix = ValueOf<FloatMatrix>(object))
+            {
+                Matrix(*matrix, depth);
+                return true;
+            }
+            return false;
+        case ValueKind::Matrices:
+            if (const auto list = ValueOf<FloatMatrixList>(object))
+            {
+                Matrices(*list, depth);
+                return true;
+            }
+            return false;
+        case ValueKind::Other:
+            break;
+        }
+        return false;
+    }
+
+    template <class Shared, class WriteValue>
+    bool Inline(const std::string& kind, const Shared& value, WriteValue write)
+    {
+        if (!value)
+        {
+            return false;
+        }
+        OpenInline(kind);
+        write(*value);
+        m_Json.Raw('}');
+        return true;
+    }
+
+    void TextList(const StringList& texts)
+    {
+        m_Json.Raw('[');
+        for (std::size_t i = 0; i < texts.size(); ++i)
+        {
+            m_Json.Raw(i == 0 ? "" : ", ").String(Latin1ToUtf8(texts[i]));
+        }
+        m_Json.Raw(']');
+    }
+
+    // A float widened to double is exact, and the shortest text of that double reads back to it.
+    void Samples(const float* samples, std::size_t count)
+    {
+        m_Json.Raw('[');
+        for (std::size_t i = 0; i < count; ++i)
+        {
+            if (i != 0)
+            {
+                m_Json.Raw(", ");
+            }
+            m_Json.Number(static_cast<double>(samples[i]));
+        }
+        m_Json.Raw(']');
+    }
+
+    void Matrix(const FloatMatrix& matrix, int depth)
+    {
+        const float* const samples = MatrixSamples(matrix);
+        if (!m_WithData)
+        {
+            const SampleStatistics figures = ComputeStatistics(samples, matrix.data().size());
+            m_Json.Raw("{\"type\": \"matrix\", \"rows\": ").Unsigned(matrix.size1());
+            m_Json.Raw(", \"cols\": ").Unsigned(matrix.size2());
+            m_Json.Raw(", \"min\": ").Number(figures.minimum);
+            m_Json.Raw(", \"max\": ").Number(figures.maximum);
+            m_Json.Raw(", \"mean\": ").Number(figures.mean).Raw('}');
+            return;
+        }
+        const std::size_t columns = matrix.size2();
+        if (matrix.size1() == 0)
+        {
+            m_Json.Raw("{\"type\": \"matrix\", \"rows\": 0, \"cols\": ").Unsigned(columns);
+            m_Json.Raw(", \"data\": []}");
+            return;
+        }
+        m_Json.Raw("{\n").Indent(depth + 1).Raw("\"type\": \"matrix\",\n");
+        m_Json.Indent(depth + 1).Raw("\"rows\": ").Unsigned(matrix.size1()).Raw(",\n");
+        m_Json.Indent(depth + 1).Raw("\"cols\": ").Unsigned(columns).Raw(",\n");
+        m_Json.Indent(depth + 1).Raw("\"data\": [\n");
         for (std::size_t row = 0; row < matrix.size1(); ++row)
         {
-            rows.push_back(SamplesToJson(samples + row * matrix.size2(), matrix.size2()));
+            m_Json.Raw(row == 0 ? "" : ",\n").Indent(depth + 2);
+            Samples(samples + row * columns, columns);
         }
-        value["data"] = std::move(rows);
+        m_Json.Raw('\n').Indent(depth + 1).Raw("]\n").Indent(depth).Raw('}');
     }
-    else
-    {
-        const SampleStatistics figures = ComputeStatistics(samples, matrix.data().size());
-        value["min"] = NumberToJson(figures.minimum);
-        value["max"] = NumberToJson(figures.maximum);
-        value["mean"] = NumberToJson(figures.mean);
-    }
-    return value;
-}
 
-Json MatricesToJson(const FloatMatrixList& list, bool withData)
-{
-    Json value = {{"type", "matrices"}, {"count", list.size()}};
-    if (withData)
+    void Matrices(const FloatMatrixList& list, int depth)
     {
-        Json data = Json::array();
-        for (const FloatMatrix& item : list)
+        if (!m_WithData || list.empty())
         {
-            data.push_back(SamplesToJson(MatrixSamples(item), item.data().size()));
+            m_Json.Raw("{\"type\": \"matrices\", \"count\": ").Unsigned(list.size());
+            m_Json.Raw(m_WithData ? ", \"data\": []}" : "}");
+            return;
         }
-        value["data"] = std::move(data);
+        m_Json.Raw("{\n").Indent(depth + 1).Raw("\"type\": \"matrices\",\n");
+        m_Json.Indent(depth + 1).Raw("\"count\": ").Unsigned(list.size()).Raw(",\n");
+        m_Json.Indent(depth + 1).Raw("\"data\": [\n");
+        for (std::size_t i = 0; i < list.size(); ++i)
+        {
+            m_Json.Raw(i == 0 ? "" : ",\n").Indent(depth + 2);
+            Samples(MatrixSamples(list[i]), list[i].data().size());
+        }
+        m_Json.Raw('\n').Indent(depth + 1).Raw("]\n").Indent(depth).Raw('}');
     }
-    return value;
-}
 
-// The value JSON of a typed object, or null when the object holds no value of its type.
-Json TypedValueToJson(const boost::shared_ptr<DataObject>& object, bool withData)
-{
-    const std::string kind = KindName(*object);
-    switch (ClassifyValue(*object))
-    {
-    case ValueKind::Container:
-        return {{"type", kind},
-                {"entries",
-                 ContainerToJson(*boost::dynamic_pointer_cast<DataContainer>(object), withData)}};
-    case ValueKind::String:
-        if (const auto text = ValueOf<std::string>(object))
-        {
-            return {{"type", kind}, {"value", Latin1ToUtf8(*text)}};
-        }
-        break;
-    case ValueKind::Int:
-        if (const auto number = ValueOf<int>(object))
-        {
-            return {{"type", kind}, {"value", *number}};
-        }
-        break;
-    case ValueKind::Long:
-        if (const auto number = ValueOf<long>(object))
-        {
-            return {{"type", kind}, {"value", *number}};
-        }
-        break;
-    case ValueKind::Float:
-        if (const auto number = ValueOf<float>(object))
-        {
-            return {{"type", kind}, {"value", NumberToJson(static_cast<double>(*number))}};
-        }
-        break;
-    case ValueKind::Double:
-        if (const auto number = ValueOf<double>(object))
-        {
-            return {{"type", kind}, {"value", NumberToJson(*number)}};
-        }
-        break;
-    case ValueKind::Unitized:
-        if (const auto value = ValueOf<UnitizedDouble>(object))
-        {
-            const auto& unit = value->GetUnit();
-            return {{"type", kind},
-                    {"value", NumberToJson(value->GetValue())},
-                    {"unit", unit ? Latin1ToUtf8(unit->GetAbbreviation()) : std::string()}};
-        }
-        break;
-    case ValueKind::Strings:
-        if (const auto list = ValueOf<StringList>(object))
-        {
-            Json texts = Json::array();
-            for (const auto& text : *list)
-            {
-                texts.push_back(Latin1ToUtf8(text));
-            }
-            return {{"type", kind}, {"value", std::move(texts)}};
-        }
-        break;
-    case ValueKind::Matrix:
-        if (const auto matrix = ValueOf<FloatMatrix>(object))
-        {
-            return MatrixToJson(*matrix, withData);
-        }
-        break;
-    case ValueKind::Matrices:
-        if (const auto list = ValueOf<FloatMatrixList>(object))
-        {
-            return MatricesToJson(*list, withData);
-        }
-        break;
-    case ValueKind::Other:
-        break;
-    }
-    return nullptr;
-}
+    JsonStream& m_Json;
+    const bool m_WithData;
+};
+
 } // namespace
 
-Json ValueToJson(const boost::shared_ptr<DataObject>& object, bool withData)
+void WriteJsonDump(std::ostream& out, const std::string& path, DataFile& file, bool withData)
 {
-    if (!object)
-    {
-        return {{"type", "nothing"}};
-    }
-    Json value = TypedValueToJson(object, withData);
-    return value.is_null() ? Json{{"type", KindName(*object)}} : value;
-}
-
-Json MakeJsonDump(const std::string& path, DataFile& file, bool withData)
-{
-    return {{"file", ToDisplayText(path)},
-            {"fileType", ToDisplayText(file.GetFileType())},
-            {"entries", ContainerToJson(file, withData)}};
+    JsonStream json(out);
+    json.Raw("{\n  \"file\": ").String(ToDisplayText(path));
+    json.Raw(",\n  \"fileType\": ").String(ToDisplayText(file.GetFileType()));
+    json.Raw(",\n  \"entries\": ");
+    JsonDumpWriter(json, withData).Entries(file, 1);
+    json.Raw("\n}\n");
 }
 
 } // namespace Kiv::Tool

@@ -15,12 +15,10 @@ namespace Kiv::Tool
 // matrices; without it a matrix shows its shape and figures.
 void WriteTextDump(std::ostream& out, const std::string& path, Kiv::DataCore::DataFile& file,
                    bool withData);
-nlohmann::ordered_json MakeJsonDump(const std::string& path, Kiv::DataCore::DataFile& file,
-                                    bool withData);
-
-// One value as the JSON dump shows it.
-nlohmann::ordered_json ValueToJson(const boost::shared_ptr<Kiv::DataCore::DataObject>& object,
-                                   bool withData);
+// The JSON form is written as the tree is walked, so that its memory stays small whatever the
+// file holds.
+void WriteJsonDump(std::ostream& out, const std::string& path, Kiv::DataCore::DataFile& file,
+                   bool withData);
 
 // Indented JSON in which an array of plain values, or an object of plain values and such
 // arrays, stays on one line: one typed value a line, one matrix row a line. Ends with a line

@@ -129,6 +129,9 @@ private:
     void NoteUnwrittenSections();
     void NoteBytesAfter(std::int64_t position, const std::string& what);
     void NoteNonZeroPadding(std::int64_t dataOffset);
+    // Whether [begin, end) of the file (clipped to its size) holds a byte other than zero, or
+    // other than zero, CR and LF when lineBreaksAllowed.
+    bool HoldsUnexpectedBytes(std::int64_t begin, std::int64_t end, bool lineBreaksAllowed);
     void PublishUnkeptContent();
 
     // --- overview record ---

@@ -52,6 +52,10 @@ public:
     // The name given to the last Open, kept after Close for messages.
     const std::string& GetFileName() const { return m_FileName; }
     std::uint64_t GetSize() const;
+    // The first position at or after offset that may hold data: holes of a sparse file read as
+    // zero bytes and can be skipped. The file's size when only a hole follows; offset itself
+    // when the file system cannot tell.
+    std::int64_t NextDataPos(std::int64_t offset) const;
     // Applies the trim of OPEN_EXISTING_TRIM_ON_CLOSE and releases the file. Does nothing when
     // closed. The file is released even when the trim or the close fails; the failure raises.
     void Close() override;
