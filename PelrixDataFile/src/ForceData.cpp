@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -51,8 +52,10 @@ public:
     ForceLineReader(Kiv::Core::BinaryInputStream& input, std::int64_t start,
                     std::uint64_t remaining, std::string fileName)
         : m_Input(input), m_Position(start), m_FileName(std::move(fileName)),
-          m_Block(static_cast<std::size_t>(
-              std::clamp<std::uint64_t>(remaining + 1, MIN_BLOCK_BYTES, BLOCK_BYTES)))
+          m_Size(static_cast<std::size_t>(
+              std::clamp<std::uint64_t>(remaining + 1, MIN_BLOCK_BYTES, BLOCK_BYTES))),
+          // Left uninitialised: every byte is read into before it is looked at.
+          m_Block(new char[m_Size])
     {
     }
 
@@ -62,7 +65,7 @@ public:
     {
         for (;;)
         {
-            const char* const begin = m_Block.data() + m_Next;
+            const char* const begin = m_Block.get() + m_Next;
             const auto* const feed =
                 static_cast<const char*>(std::memchr(begin, '\n', m_End - m_Next));
             if (feed != nullptr)
@@ -90,7 +93,8 @@ public:
     std::int64_t Position() const { return m_Position; }
 
 private:
-    static constexpr std::size_t BLOCK_BYTES = std::size_t{1} << 20;
+    // Small enough to stay in the cache while its lines are parsed.
+    static constexpr std::size_t BLOCK_BYTES = std::size_t{256} << 10;
     static constexpr std::size_t MIN_BLOCK_BYTES = 4096;
 
     std::string_view WithoutCarriageReturns(const char* begin, std::size_t length)
@@ -119,15 +123,21 @@ private:
     void Refill()
     {
         const std::size_t kept = m_End - m_Next;
-        std::memmove(m_Block.data(), m_Block.data() + m_Next, kept);
+        if (kept == m_Size)
+        {
+            Kiv::Core::CheckAllocation(2 * m_Size, "a text line of " + m_FileName);
+            std::unique_ptr<char[]> larger(new char[2 * m_Size]);
+            std::memcpy(larger.get(), m_Block.get() + m_Next, kept);
+            m_Block = std::move(larger);
+            m_Size *= 2;
+        }
+        else
+        {
+            std::memmove(m_Block.get(), m_Block.get() + m_Next, kept);
+        }
         m_Next = 0;
         m_End = kept;
-        if (kept == m_Block.size())
-        {
-            Kiv::Core::CheckAllocation(2 * m_Block.size(), "a text line of " + m_FileName);
-            m_Block.resize(2 * m_Block.size());
-        }
-        const std::uint64_t got = m_Input.Read(m_Block.data() + m_End, m_Block.size() - m_End);
+        const std::uint64_t got = m_Input.Read(m_Block.get() + m_End, m_Size - m_End);
         m_End += static_cast<std::size_t>(got);
         m_Ended = got == 0;
     }
@@ -135,7 +145,8 @@ private:
     Kiv::Core::BinaryInputStream& m_Input;
     std::int64_t m_Position;
     std::string m_FileName;
-    std::vector<char> m_Block;
+    std::size_t m_Size;
+    std::unique_ptr<char[]> m_Block;
     std::string m_Scratch;
     std::size_t m_Next = 0;
     std::size_t m_End = 0;

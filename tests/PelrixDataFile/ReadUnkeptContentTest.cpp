@@ -54,6 +54,13 @@ TEST(UnkeptContent, ListsWhatTheWriterWouldDrop)
     paddedAtTheEnd[511] = 'Y';
     // The trailing bytes are scanned in blocks of a MiB and words of eight bytes.
     const std::string pastABlock = std::string((std::size_t{1} << 20) + 3, '\0') + "x";
+    // Force lines are read in blocks of 256 KiB; a longer line grows the block.
+    std::string longLine;
+    for (int i = 0; i < 80000; ++i)
+    {
+        longLine += (i == 0 ? "" : "\t") + std::to_string(i % 10);
+    }
+    const std::string longLines = longLine + "\r\n" + longLine + "\r\n";
     const UnkeptCase cases[] = {
         {"a clean image", Image({}), ""},
         {"a clean force file", ForceFile("1", "2", "1\t2\t3\t4\n5\t6\t7\t8\n"), ""},
@@ -76,6 +83,9 @@ TEST(UnkeptContent, ListsWhatTheWriterWouldDrop)
         {"a byte past a MiB of zeros", Image({}, pastABlock), "1048580 bytes after the image data"},
         {"a force file ending without a line feed", ForceFile("1", "2", "1\t2\t3\t4\n5\t6\t7\t8"),
          ""},
+        {"force lines longer than a read block", ForceFile("20000", "2", longLines + "\r\n"), ""},
+        {"a long force line beyond the count", ForceFile("20000", "1", longLines),
+         "160001 bytes after the force data"},
         {"blank lines after the force data", ForceFile("1", "1", "1\t2\t3\t4\r\n\r\n\r\n"), ""},
         {"more force values than columns", ForceFile("1", "1", "1\t2\t3\t4\t5\n"),
          "force data line 1 holds more than 4 values"},
