@@ -103,9 +103,9 @@ Json TypedValueToJson(const boost::shared_ptr<DataObject>& object, bool withData
         }
         break;
     case ValueKind::Long:
-        if (const auto number = ValueOf<long>(object))
+        if (const auto number = ValueOf<HostLong>(object))
         {
-            return {{"type", kind}, {"value", *number}};
+            return {{"type", kind}, {"value", static_cast<std::int32_t>(*number)}};
         }
         break;
     case ValueKind::Float:
