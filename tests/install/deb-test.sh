@@ -15,7 +15,7 @@ depends=$(dpkg-deb -f "$deb" Depends)
 echo "$contents"
 echo "Depends: $depends"
 
-for wanted in ./usr/bin/kiv /kiv/plugins/libPelrixDataFile.so /libDataCore.so.0 \
+for wanted in ./usr/bin/kiv /kiv/plugins/libPelrixDataFile.so /libDataCore.so.0 /libKivExport.so.0 \
     /cmake/Kiv/KivConfig.cmake /pkgconfig/kiv.pc /man1/kiv.1 \
     ./usr/include/Kiv/DataCore/DataFile.h ./usr/include/Pelrix/PelrixDataFile.h; do
     grep -qF -- "$wanted" <<<"$contents" || { echo "the package lacks $wanted" >&2; exit 1; }

@@ -28,6 +28,9 @@ for header in Kiv/Core/HostLong.h Kiv/DataCore/DataFile.h Kiv/Access/FileAccess.
     Kiv/Edit/SafeSave.h Pelrix/PelrixDataFile.h; do
     [ -f "$prefix/include/$header" ] || { echo "missing include/$header" >&2; exit 1; }
 done
+if [ -d "$source/KivExport" ]; then
+    [ -d "$prefix/include/Kiv/Export" ] || { echo "missing include/Kiv/Export" >&2; exit 1; }
+fi
 pc=$(find "$prefix" -name kiv.pc)
 PKG_CONFIG_PATH=$(dirname "$pc") pkg-config --libs kiv | grep -q -- "-lDataCore"
 soname=$(objdump -p "$(find "$prefix" -name 'libDataCore.so.*.*.*')" | awk '/SONAME/ {print $2}')
