@@ -17,9 +17,10 @@ using Kiv::DataCore::DataFile;
 // A change the way a user makes one: a value stored again in one of the file's sections,
 // which the section reports up to the file. The value is the one the file holds, so the saved
 // file must come out byte for byte as it was.
-void ChangeImageValue(DataFile& file, long colorTableIndex)
+void ChangeImageValue(DataFile& file, std::int32_t colorTableIndex)
 {
-    file.GetSubData({"[Data Parameters]"}, false)->Put<long>("Color Table Index", colorTableIndex);
+    file.GetSubData({"[Data Parameters]"}, false)
+        ->Put<Kiv::DataCore::HostLong>("Color Table Index", colorTableIndex);
 }
 
 void ChangeForceValue(DataFile& file)

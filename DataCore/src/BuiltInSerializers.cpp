@@ -722,7 +722,7 @@ void TUnitizedSerializer::OnEndContent()
 }
 
 template class BasicBuiltInSerializer<Data<int>>;
-template class BasicBuiltInSerializer<Data<long>>;
+template class BasicBuiltInSerializer<Data<HostLong>>;
 template class BasicBuiltInSerializer<Data<float>>;
 template class BasicBuiltInSerializer<Data<double>>;
 template class StringSerializer<Data<std::string>>;
@@ -740,7 +740,7 @@ struct TypeList
 
 // Every built-in type with a serializer; the list of matrices has none.
 using SerializableTypes =
-    TypeList<int, long, float, double, std::string, UnitizedDouble, StringList, FloatMatrix>;
+    TypeList<int, HostLong, float, double, std::string, UnitizedDouble, StringList, FloatMatrix>;
 
 // Calls visit with a null T* for each type in turn until one call returns true.
 template <class Visitor, class... Types>

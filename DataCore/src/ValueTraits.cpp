@@ -35,7 +35,7 @@ std::string ValueTraits<int>::TypeName()
     return "int";
 }
 
-std::string ValueTraits<long>::TypeName()
+std::string ValueTraits<HostLong>::TypeName()
 {
     return "long";
 }
@@ -80,9 +80,9 @@ boost::shared_ptr<int> ValueTraits<int>::MakeDefault()
     return boost::make_shared<int>(0);
 }
 
-boost::shared_ptr<long> ValueTraits<long>::MakeDefault()
+boost::shared_ptr<HostLong> ValueTraits<HostLong>::MakeDefault()
 {
-    return boost::make_shared<long>(0);
+    return boost::make_shared<HostLong>();
 }
 
 boost::shared_ptr<float> ValueTraits<float>::MakeDefault()
@@ -125,9 +125,9 @@ boost::shared_ptr<Serializer> ValueTraits<int>::MakeSerializer(DataObject& owner
     return boost::make_shared<BasicBuiltInSerializer<Data<int>>>(OwnerOf<int>(owner));
 }
 
-boost::shared_ptr<Serializer> ValueTraits<long>::MakeSerializer(DataObject& owner)
+boost::shared_ptr<Serializer> ValueTraits<HostLong>::MakeSerializer(DataObject& owner)
 {
-    return boost::make_shared<BasicBuiltInSerializer<Data<long>>>(OwnerOf<long>(owner));
+    return boost::make_shared<BasicBuiltInSerializer<Data<HostLong>>>(OwnerOf<HostLong>(owner));
 }
 
 boost::shared_ptr<Serializer> ValueTraits<float>::MakeSerializer(DataObject& owner)

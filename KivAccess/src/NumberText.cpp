@@ -2,8 +2,8 @@
 
 #include <cctype>
 #include <cerrno>
-#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 
 namespace Kiv::Access
@@ -37,7 +37,9 @@ std::optional<T> ParseWhole(const std::string& text, Parse parse)
 }
 } // namespace
 
-std::optional<long> ParseWholeLong(const std::string& text)
+namespace
+{
+std::optional<std::int32_t> ParseWholeInt32(const std::string& text)
 {
     if (!StartsANumber(text))
     {
@@ -45,22 +47,28 @@ std::optional<long> ParseWholeLong(const std::string& text)
     }
     char* end = nullptr;
     errno = 0;
-    const long value = std::strtol(text.c_str(), &end, 10);
-    if (end != text.c_str() + text.size() || errno == ERANGE)
+    const long long value = std::strtoll(text.c_str(), &end, 10);
+    if (end != text.c_str() + text.size() || errno == ERANGE || value < INT32_MIN ||
+        value > INT32_MAX)
     {
         return std::nullopt;
     }
-    return value;
+    return static_cast<std::int32_t>(value);
+}
+} // namespace
+
+std::optional<Kiv::DataCore::HostLong> ParseWholeLong(const std::string& text)
+{
+    if (const auto value = ParseWholeInt32(text))
+    {
+        return Kiv::DataCore::HostLong(*value);
+    }
+    return std::nullopt;
 }
 
 std::optional<int> ParseWholeInt(const std::string& text)
 {
-    const auto value = ParseWholeLong(text);
-    if (!value || *value < INT_MIN || *value > INT_MAX)
-    {
-        return std::nullopt;
-    }
-    return static_cast<int>(*value);
+    return ParseWholeInt32(text);
 }
 
 std::optional<double> ParseWholeDouble(const std::string& text)

@@ -26,7 +26,7 @@ ValueKind ClassifyValue(const DataObject& object)
     static const Known known[] = {
         {typeid(std::string), ValueKind::String},
         {typeid(int), ValueKind::Int},
-        {typeid(long), ValueKind::Long},
+        {typeid(HostLong), ValueKind::Long},
         {typeid(float), ValueKind::Float},
         {typeid(double), ValueKind::Double},
         {typeid(UnitizedDouble), ValueKind::Unitized},
@@ -184,7 +184,7 @@ std::string RenderHeldValue(const boost::shared_ptr<DataObject>& object)
         }
         break;
     case ValueKind::Long:
-        if (const auto number = ValueOf<long>(object))
+        if (const auto number = ValueOf<HostLong>(object))
         {
             return std::to_string(*number);
         }

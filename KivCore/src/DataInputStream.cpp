@@ -71,7 +71,7 @@ DataInputStream& DataInputStream::operator>>(int& value)
     return *this;
 }
 
-DataInputStream& DataInputStream::operator>>(long& value)
+DataInputStream& DataInputStream::operator>>(HostLong& value)
 {
     ReadRaw(value);
     return *this;

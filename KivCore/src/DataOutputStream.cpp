@@ -19,7 +19,7 @@ DataOutputStream& DataOutputStream::operator<<(int value)
     return *this;
 }
 
-DataOutputStream& DataOutputStream::operator<<(long value)
+DataOutputStream& DataOutputStream::operator<<(HostLong value)
 {
     m_Stream.Write(&value, sizeof(value));
     return *this;

@@ -54,7 +54,7 @@ bool ReadsBackAsSet(const boost::shared_ptr<DataObject>& object, const std::stri
     }
     case ValueKind::Long:
     {
-        const auto stored = ValueOf<long>(object);
+        const auto stored = ValueOf<HostLong>(object);
         return stored && SameNumber(static_cast<double>(*stored), number);
     }
     case ValueKind::Float:

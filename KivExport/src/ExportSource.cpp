@@ -22,7 +22,7 @@ std::optional<std::string> HeaderValueText(const boost::shared_ptr<DataObject>& 
     case ValueKind::Int:
         return std::to_string(*ValueOf<int>(object));
     case ValueKind::Long:
-        return std::to_string(*ValueOf<long>(object));
+        return std::to_string(*ValueOf<HostLong>(object));
     case ValueKind::Float:
         return FormatNumber(*ValueOf<float>(object));
     case ValueKind::Double:

@@ -260,7 +260,7 @@ void PelrixDataFile::WriteForceData()
     const auto stored = GetLockedValue<FloatMatrixList>(*dataSection, Names::RAW_DATA);
     const FloatMatrixList noCurves;
     const FloatMatrixList& curves = stored.value ? *stored.value : noCurves;
-    const long plists = GetFileOverviewInfo<long>("NumberOfDataPlists");
+    const std::int32_t plists = GetFileOverviewInfo<HostLong>("NumberOfDataPlists");
     const std::uint64_t valuesPerLine = plists > 0 ? 2 * static_cast<std::uint64_t>(plists) : 0;
     // A line is built whole; the widest value takes 48 characters.
     std::uint64_t lineBytes = 0;

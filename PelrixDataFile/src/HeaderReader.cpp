@@ -1,7 +1,9 @@
 #include "Pelrix/PelrixDataFile.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 
 #include "Kiv/Core/AllocationLimit.h"
 #include "Kiv/Core/Warning.h"
@@ -20,15 +22,24 @@ constexpr std::uint64_t VALUE_OVERHEAD_BYTES = 256;
 constexpr std::uint64_t SECTION_OVERHEAD_BYTES = 1024;
 
 // Whole numbers as C's atoi/atol read them: leading white space, an optional sign, digits,
-// anything after ignored, and out-of-range values narrowed rather than undefined.
-long ParseDecimalLong(const std::string& text)
+// anything after ignored.
+long long ParseDecimal(const std::string& text)
 {
-    return std::strtol(text.c_str(), nullptr, 10);
+    return std::strtoll(text.c_str(), nullptr, 10);
+}
+
+// atol where long has 32 bits, as on the format's home platform: a number beyond the range
+// stops at its limit, the way strtol saturates there.
+std::int32_t ParseDecimalLong(const std::string& text)
+{
+    return static_cast<std::int32_t>(
+        std::clamp<long long>(ParseDecimal(text), std::numeric_limits<std::int32_t>::min(),
+                              std::numeric_limits<std::int32_t>::max()));
 }
 
 int ParseDecimalInt(const std::string& text)
 {
-    return static_cast<int>(ParseDecimalLong(text));
+    return static_cast<int>(ParseDecimal(text));
 }
 
 // The header's "hexadecimal" rule: drop the first two characters wherever the "0x" stood,
@@ -257,10 +268,10 @@ void PelrixDataFile::ProcessIntType(const std::string& key, const std::string& v
 
 void PelrixDataFile::ProcessLongType(const std::string& key, const std::string& value)
 {
-    const long number = HoldsHexPrefix(value)
-                            ? static_cast<long>(ParseHeaderHex<unsigned long>(value))
-                            : ParseDecimalLong(value);
-    m_CurrentSection->Put<long>(key, number, false, m_CurrentSection->LocksEntries());
+    const std::int32_t number =
+        HoldsHexPrefix(value) ? static_cast<std::int32_t>(ParseHeaderHex<std::uint32_t>(value))
+                              : ParseDecimalLong(value);
+    m_CurrentSection->Put<HostLong>(key, number, false, m_CurrentSection->LocksEntries());
 }
 
 void PelrixDataFile::ProcessFloatType(const std::string& key, const std::string& value)

@@ -94,7 +94,7 @@ void PelrixDataFile::WriteHeaderSectionToDisk(std::string sectionName)
         else if (key == "DataOffset")
         {
             // A fixed width keeps the header's length independent of the offset's value.
-            long offset = 0;
+            HostLong offset;
             if (section->Get(key, offset))
             {
                 line << key << '=' << std::setw(6) << std::setfill(' ') << std::right << offset
@@ -144,15 +144,15 @@ void PelrixDataFile::WriteHeaderPaddingToDisk()
     }
 }
 
-long PelrixDataFile::GetHeaderLength()
+std::int32_t PelrixDataFile::GetHeaderLength()
 {
     if (const auto parameters = GetSubData({Names::DATA_PARAMETERS_SECTION}, false))
     {
-        long offset = 0;
+        HostLong offset;
         parameters->Get("DataOffset", offset);
         return offset;
     }
-    return GetFileOverviewInfo<long>("DataOffset");
+    return GetFileOverviewInfo<HostLong>("DataOffset");
 }
 
 } // namespace Pelrix

@@ -30,8 +30,8 @@ void PelrixDataFile::StorePelrixFileOverviewInfo()
         overview->Put<std::string>("FileListPlistName", Names::UNKNOWN);
         overview->Put("FileSubType", Names::UNKNOWN, false, boost::indeterminate);
     }
-    overview->Put<long>("NumberOfDataPlists", m_DataPlistCount);
-    overview->Put<long>("DataOffset", static_cast<long>(m_DataStartPos));
+    overview->Put<HostLong>("NumberOfDataPlists", m_DataPlistCount);
+    overview->Put<HostLong>("DataOffset", static_cast<std::int32_t>(m_DataStartPos));
 
     // Only ever appended to: opening the same object again lists the names again, and the
     // record shows that.
@@ -56,7 +56,7 @@ T PelrixDataFile::GetFileOverviewInfo(std::string key)
 
 template std::string PelrixDataFile::GetFileOverviewInfo<std::string>(std::string);
 template StringList PelrixDataFile::GetFileOverviewInfo<StringList>(std::string);
-template long PelrixDataFile::GetFileOverviewInfo<long>(std::string);
+template HostLong PelrixDataFile::GetFileOverviewInfo<HostLong>(std::string);
 
 std::vector<std::string> PelrixDataFile::GetPlistNames()
 {

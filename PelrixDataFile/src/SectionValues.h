@@ -8,13 +8,14 @@
 namespace Pelrix
 {
 
-// A header number that drives the data ("ResolutionX", "Series Number", ...), read as the
-// 32-bit value it is on the format's home platform. Missing or of another kind reads as 0.
+// A header number that drives the data ("ResolutionX", "Series Number", ...). It is stored as
+// the host's 32-bit long, so every reader of the file sees the number the header reader made.
+// Missing or of another kind reads as 0.
 inline std::int32_t ReadHeaderInt32(Kiv::DataCore::DataContainer& section, const std::string& key)
 {
-    long value = 0;
+    Kiv::DataCore::HostLong value;
     section.Get(key, value);
-    return static_cast<std::int32_t>(value);
+    return value;
 }
 
 // A stored value shared rather than copied, with its data lock held while the holder lives.

@@ -43,7 +43,7 @@ std::string PelrixDataFile::GetFormattedValueString(boost::shared_ptr<DataContai
     else if (object && (WriteIfType<float>(*object, *section, key, out) ||
                         WriteIfType<double>(*object, *section, key, out) ||
                         WriteIfType<int>(*object, *section, key, out) ||
-                        WriteIfType<long>(*object, *section, key, out)))
+                        WriteIfType<HostLong>(*object, *section, key, out)))
     {
     }
     else if (object && object->IsType(typeid(UnitizedDouble)))

@@ -56,7 +56,7 @@ TEST(BindType, EverySerializableTypeBindsBackToItsValue)
 {
     const auto equal = [](const auto& a, const auto& b) { return a == b; };
     ExpectBindsBack<int>(-7, equal);
-    ExpectBindsBack<long>(123456L, equal);
+    ExpectBindsBack<HostLong>(123456, equal);
     ExpectBindsBack<float>(2.5f, equal);
     ExpectBindsBack<double>(1e-9, equal);
     ExpectBindsBack<std::string>("Pelrix \xB5m", equal);
@@ -164,4 +164,22 @@ TEST(UnboundData, KeepsItsTypeNameBytesAndLockingWish)
     EXPECT_TRUE(copy->IsLockable());
     EXPECT_TRUE(copy->IsSameType(unbound));
     EXPECT_FALSE(UnboundData("Other", {}, false).IsSameType(unbound));
+}
+
+// Values of kind long were written where long has 32 bits: a 4-byte record named "long" binds,
+// an 8-byte one (a 64-bit long) is a size mismatch.
+TEST(BindType, LongIsAFourByteRecord)
+{
+    KivTest::ScopedAlertCollector alerts;
+    UnboundData fourBytes("long", {'\xFE', '\xFF', '\xFF', '\x7F'}, false);
+    const auto bound = fourBytes.BindType<HostLong>();
+    ASSERT_TRUE(bound);
+    EXPECT_EQ(BoundValue<HostLong>(bound), 0x7FFFFFFE);
+    EXPECT_TRUE(alerts->Records().empty());
+
+    UnboundData eightBytes("long", std::vector<char>(8, '\0'), false);
+    EXPECT_FALSE(eightBytes.BindType<HostLong>());
+    const auto records = alerts->Records();
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].context.GetLine(), 259) << "the size mismatch";
 }

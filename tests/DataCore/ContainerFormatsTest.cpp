@@ -31,7 +31,7 @@ FloatMatrix MakeMatrix(std::size_t rows, std::size_t columns, float offset)
 void FillLevel(DataContainer& container, int level, int deepest)
 {
     container.Put<int>("int", -10 * level);
-    container.Put<long>("long", 100000L * level);
+    container.Put<HostLong>("long", 100000 * level);
     container.Put<float>("float", 0.1f * static_cast<float>(level));
     container.Put<double>("double", 1.0 / 3.0 + level, true);
     container.Put<std::string>("text", TRICKY_TEXT + std::to_string(level));
@@ -111,7 +111,7 @@ void ExpectSameTree(const DataContainer& expected, const DataContainer& actual,
         if (type == "int")
             ExpectSameValue<int>(expected, actual, key);
         else if (type == "long")
-            ExpectSameValue<long>(expected, actual, key);
+            ExpectSameValue<HostLong>(expected, actual, key);
         else if (type == "float")
             ExpectSameValue<float>(expected, actual, key);
         else if (type == "double")

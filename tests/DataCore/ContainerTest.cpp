@@ -52,14 +52,14 @@ std::vector<std::string> Keys(const DataContainer& container)
 TEST(Container, TypedGetCopiesOrLeavesTheVariableUntouched)
 {
     DataContainer container;
-    container.Put<long>("ResolutionX", 512);
+    container.Put<HostLong>("ResolutionX", 512);
     container.Put("Leveling", "None");
 
-    long resolution = -1;
+    HostLong resolution = -1;
     EXPECT_TRUE(container.Get("ResolutionX", resolution));
     EXPECT_EQ(resolution, 512);
 
-    long untouched = 77;
+    HostLong untouched = 77;
     EXPECT_FALSE(container.Get("Missing", untouched));
     EXPECT_EQ(untouched, 77);
     int otherType = 78;

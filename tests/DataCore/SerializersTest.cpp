@@ -97,9 +97,20 @@ void ExpectFixedSizeRoundTrip(T value)
 TEST(BuiltInSerializers, FixedSizeValuesRoundTripAsRawBytes)
 {
     ExpectFixedSizeRoundTrip<int>(-123456789);
-    ExpectFixedSizeRoundTrip<long>(9876543L);
+    ExpectFixedSizeRoundTrip<HostLong>(9876543);
     ExpectFixedSizeRoundTrip<float>(0.1f);
     ExpectFixedSizeRoundTrip<double>(-2.0 / 3.0);
+}
+
+// The host's long is 32 bits wide whatever the compiler's long is: four bytes, low byte first
+// on this machine, under the type name "long".
+TEST(BuiltInSerializers, LongIsFourBytesNamedLong)
+{
+    const auto value = MakeValue<HostLong>(-2);
+    EXPECT_EQ(value->GetTypeName(), "long");
+    EXPECT_EQ(value->GetSerializer()->GetDataSize_bytes(), 4u);
+    EXPECT_EQ(ToBytes(*value->GetSerializer()),
+              (std::vector<char>{'\xFE', '\xFF', '\xFF', '\xFF'}));
 }
 
 TEST(BuiltInSerializers, WrongByteCountReportsAssertionOnceAndReadsValueSize)

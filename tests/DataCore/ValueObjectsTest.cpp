@@ -26,7 +26,7 @@ void ExpectKind(unsigned expectedKind, const std::string& expectedName)
 TEST(ValueObjects, KindCodesAndTypeNames)
 {
     ExpectKind<int>(6, "int");
-    ExpectKind<long>(8, "long");
+    ExpectKind<HostLong>(8, "long");
     ExpectKind<float>(12, "float");
     ExpectKind<double>(13, "double");
     ExpectKind<std::string>(17, "AsciiString");
@@ -39,7 +39,7 @@ TEST(ValueObjects, KindCodesAndTypeNames)
 TEST(ValueObjects, IsSameTypeComparesTheValueType)
 {
     Data<int> a, b;
-    Data<long> c;
+    Data<HostLong> c;
     GenericWrapper<int> wrapper(boost::make_shared<int>(1));
     EXPECT_TRUE(a.IsSameType(b));
     EXPECT_TRUE(a.IsSameType(wrapper));

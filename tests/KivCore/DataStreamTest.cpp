@@ -29,7 +29,7 @@ Bytes RawBytes(const T& value)
 TEST(DataStreamTest, EveryTypeRoundTripsThroughAFileInMachineOrder)
 {
     const int i = -123456789;
-    const long l = std::numeric_limits<long>::min() + 5;
+    const HostLong l = std::numeric_limits<std::int32_t>::min() + 5;
     const float f = -0.012500f;
     const double d = 6.02214076e23;
     const std::string texts[] = {"", "[Data Parameters]", std::string("\0\xB5m\n", 4)};
@@ -65,7 +65,7 @@ TEST(DataStreamTest, EveryTypeRoundTripsThroughAFileInMachineOrder)
     BufferedBinaryInputStream buffered(file, 16);
     DataInputStream in(buffered);
     int i2 = 0;
-    long l2 = 0;
+    HostLong l2;
     float f2 = 0;
     double d2 = 0;
     in >> i2 >> l2 >> f2 >> d2;

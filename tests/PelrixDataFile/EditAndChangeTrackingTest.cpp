@@ -61,7 +61,7 @@ TEST(ChangeTracking, EditsAnywhereInTheTreeMarkTheFileModified)
         Edit edit;
     } edits[] = {
         {"value replaced in a section", [](PelrixDataFile& f)
-         { f.GetSubData({"[Data Parameters]"}, false)->Put<long>("ResolutionX", 4); }},
+         { f.GetSubData({"[Data Parameters]"}, false)->Put<HostLong>("ResolutionX", 4); }},
         {"value added to a section", [](PelrixDataFile& f)
          { f.GetSubData({"[System Info]"}, false)->Put<std::string>("User", "kiv"); }},
         {"value removed from a section",
@@ -99,7 +99,7 @@ TEST(ChangeTracking, OperationsThatChangeNothingLeaveTheFileUnmodified)
         Operation operation;
     } operations[] = {
         {"typed read",
-         [](PelrixDataFile& f) { ValueIn<long>(f, "[Data Parameters]", "ResolutionX"); }},
+         [](PelrixDataFile& f) { ValueIn<HostLong>(f, "[Data Parameters]", "ResolutionX"); }},
         {"Remove of a section", [](PelrixDataFile& f) { f.Remove("[Data Parameters]"); }},
         {"Clear", [](PelrixDataFile& f) { f.Clear(); }},
         {"AddParm to a missing section",
@@ -136,7 +136,7 @@ TEST(ContainerOperations, RemoveAndClearKeepEverySectionOfAnOpenFile)
     file.Clear();
 
     EXPECT_EQ(KeysOf(file), keys);
-    EXPECT_EQ(ValueIn<long>(file, "[Data Parameters]", "ResolutionX"), 3);
+    EXPECT_EQ(ValueIn<HostLong>(file, "[Data Parameters]", "ResolutionX"), 3);
     file.Close();
     EXPECT_TRUE(SameBytes(ReadBytes(opened.path), ImageInputFile()));
 }
@@ -172,7 +172,7 @@ TEST(ContainerOperations, InputDataConsumesTheStreamAndChangesNothing)
 {
     DataContainer incoming;
     incoming.Put<std::string>("Operator", "kiv");
-    incoming.Put<long>("[Data Parameters]", 7); // a key the file holds, as a plain value
+    incoming.Put<HostLong>("[Data Parameters]", 7); // a key the file holds, as a plain value
     incoming.GetSubData({"[Extra]"}, true)->Put<double>("Gain", 1.5);
     Kiv::DataCore::MemoryOutputStream out;
     const std::uint64_t written = incoming.OutputData(out);

@@ -64,7 +64,7 @@ TEST(ForceData, ReadsOneColumnMatrixALine)
     EXPECT_EQ(Columns(Curves(*file)), (Rows{{0.0f, -0.0125f, 1.5f, 2.0f},
                                             {1.0f, 2.0f, 3.0f, 4.0f},
                                             {-5.25f, 600.0f, 7.0f, 0.5f}}));
-    EXPECT_EQ(ValueIn<long>(*file, "PelrixFileOverviewInfo", "NumberOfDataPlists"), 2);
+    EXPECT_EQ(ValueIn<HostLong>(*file, "PelrixFileOverviewInfo", "NumberOfDataPlists"), 2);
     EXPECT_FALSE(file->IsContentModified());
 }
 
@@ -74,7 +74,7 @@ TEST(ForceData, EachSeriesAddsFourColumns)
     const auto file = OpenForce(folder, "3", "1", "1\t2\t3\t4\t5\t6\t7\t8\t9\t10\t11\t12\t13\n");
     EXPECT_EQ(Columns(Curves(*file)), (Rows{{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}}))
         << "the thirteenth value is beyond the columns and ignored";
-    EXPECT_EQ(ValueIn<long>(*file, "PelrixFileOverviewInfo", "NumberOfDataPlists"), 6);
+    EXPECT_EQ(ValueIn<HostLong>(*file, "PelrixFileOverviewInfo", "NumberOfDataPlists"), 6);
 }
 
 struct LinesCase

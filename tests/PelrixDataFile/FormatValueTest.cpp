@@ -51,8 +51,8 @@ TEST(FormatValue, EachValueTypeHasItsFixedTextForm)
          "0.3488 \xB5m/V"},
         {"unitized without a unit has no trailing blank",
          [](DataContainer& s) { s.Put("Key", UnitizedDouble(75.0)); }, "75.0000"},
-        {"long", [](DataContainer& s) { s.Put<long>("Key", 512); }, "512"},
-        {"negative long", [](DataContainer& s) { s.Put<long>("Key", -2048); }, "-2048"},
+        {"long", [](DataContainer& s) { s.Put<HostLong>("Key", 512); }, "512"},
+        {"negative long", [](DataContainer& s) { s.Put<HostLong>("Key", -2048); }, "-2048"},
         {"int", [](DataContainer& s) { s.Put<int>("Key", -3); }, "-3"},
         {"double", [](DataContainer& s) { s.Put<double>("Key", 0.1); }, "0.1"},
         {"float without trailing zeros", [](DataContainer& s) { s.Put<float>("Key", 1.0f); }, "1"},
@@ -164,7 +164,7 @@ TEST(FormatValue, TheProgramsLocaleDoesNotChangeTheText)
 {
     GlobalLocale comma(std::locale(std::locale::classic(), new CommaDecimals));
     const FormatCase cases[] = {
-        {"long", [](DataContainer& s) { s.Put<long>("Key", 1234567); }, "1234567"},
+        {"long", [](DataContainer& s) { s.Put<HostLong>("Key", 1234567); }, "1234567"},
         {"double", [](DataContainer& s) { s.Put<double>("Key", 1234.5); }, "1234.5"},
         {"unitized", [](DataContainer& s) { PutUnitized(s, 10000.0, "\xB5m"); },
          "10000.0000 \xB5m"},

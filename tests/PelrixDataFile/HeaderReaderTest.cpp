@@ -23,7 +23,7 @@ std::string Describe(DataContainer& file, const std::string& sectionName, const 
     {
         return "absent";
     }
-    long number = 0;
+    HostLong number;
     std::string text;
     UnitizedDouble unitized(0.0);
     if (section->Get(key, number))
@@ -141,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(
 struct LongCase
 {
     std::string text;
-    long expected;
+    std::int32_t expected;
 };
 
 void PrintTo(const LongCase& c, std::ostream* out)
@@ -170,7 +170,10 @@ INSTANTIATE_TEST_SUITE_P(
                       LongCase{"10x", 0}, LongCase{"2 0x1", 1}, LongCase{"x0x5", 5},
                       LongCase{"0x", 0}, LongCase{"-17", -17}, LongCase{"+5", 5},
                       LongCase{"7abc", 7}, LongCase{"abc", 0}, LongCase{"  42", 42},
-                      LongCase{"99999999999", 99999999999L}));
+                      // atol of a 32-bit long: saturated decimals, hexadecimals wrapped.
+                      LongCase{"99999999999", 2147483647}, LongCase{"4294967400", 2147483647},
+                      LongCase{"-99999999999", -2147483647 - 1},
+                      LongCase{"0x80000000", -2147483647 - 1}, LongCase{"0x100000005", 5}));
 
 struct UnitizedCase
 {

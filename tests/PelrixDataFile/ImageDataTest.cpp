@@ -146,7 +146,7 @@ TEST_P(UnreadImageTest, StoresNoSamples)
         OpenForReading(folder.Write("empty.flt", ImageFile(header, 128, FloatBytes(Counting(8)))));
     ASSERT_TRUE(opened->IsOpen());
     EXPECT_FALSE(opened->Exists("[Data]"));
-    EXPECT_EQ(ValueIn<long>(*opened, "PelrixFileOverviewInfo", "NumberOfDataPlists"), 1);
+    EXPECT_EQ(ValueIn<HostLong>(*opened, "PelrixFileOverviewInfo", "NumberOfDataPlists"), 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Resolutions, UnreadImageTest,
@@ -161,7 +161,7 @@ TEST(ImageData, AHeaderWithoutDataParametersOpensWithoutSamples)
         OpenForReading(folder.Write("bare.flt", Lines({"[Data Version]", "Version=1", "[Data]"})));
     ASSERT_TRUE(opened->IsOpen());
     EXPECT_FALSE(HasKey(*opened, "[Data]", "RawData"));
-    EXPECT_EQ(ValueIn<long>(*opened, "PelrixFileOverviewInfo", "NumberOfDataPlists"), 1);
+    EXPECT_EQ(ValueIn<HostLong>(*opened, "PelrixFileOverviewInfo", "NumberOfDataPlists"), 1);
 }
 
 TEST(ImageData, ANegativeDataOffsetIsAnErrorNamingTheFile)

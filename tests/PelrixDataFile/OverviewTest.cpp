@@ -31,9 +31,9 @@ TEST(Overview, DescribesAnImageFile)
     const auto file = OpenForReading(
         folder.Write("image.flt", ImageFile(header, 256, FloatBytes({1, 2, 3, 4, 5, 6}))));
     EXPECT_EQ(ValueIn<std::string>(*file, OVERVIEW, "FileSubType"), "IMAGE");
-    EXPECT_EQ(ValueIn<long>(*file, OVERVIEW, "NumberOfDataPlists"), 1);
+    EXPECT_EQ(ValueIn<HostLong>(*file, OVERVIEW, "NumberOfDataPlists"), 1);
     // Where the header text ended, not the DataOffset of the header.
-    EXPECT_EQ(ValueIn<long>(*file, OVERVIEW, "DataOffset"), static_cast<long>(header.size()));
+    EXPECT_EQ(ValueIn<HostLong>(*file, OVERVIEW, "DataOffset"), static_cast<long>(header.size()));
     EXPECT_EQ(ValueIn<StringList>(*file, OVERVIEW, "DataPlistNames"), IMAGE_SECTIONS);
     EXPECT_EQ(Keys(*file), (std::vector<std::string>{"DataOffset", "DataPlistNames", "FileSubType",
                                                      "NumberOfDataPlists"}));
@@ -47,8 +47,8 @@ TEST(Overview, DescribesAForceFile)
     const auto file =
         OpenForReading(folder.Write("force.flt", text + "1\t2\t3\t4\t5\t6\t7\t8\t9\t10\t11\t12\n"));
     EXPECT_EQ(ValueIn<std::string>(*file, OVERVIEW, "FileSubType"), "FORCE");
-    EXPECT_EQ(ValueIn<long>(*file, OVERVIEW, "NumberOfDataPlists"), 6);
-    EXPECT_EQ(ValueIn<long>(*file, OVERVIEW, "DataOffset"), static_cast<long>(text.size()));
+    EXPECT_EQ(ValueIn<HostLong>(*file, OVERVIEW, "NumberOfDataPlists"), 6);
+    EXPECT_EQ(ValueIn<HostLong>(*file, OVERVIEW, "DataOffset"), static_cast<long>(text.size()));
     EXPECT_EQ(ValueIn<StringList>(*file, OVERVIEW, "DataPlistNames"), FORCE_SECTIONS);
     EXPECT_EQ(ValueIn<std::string>(*file, OVERVIEW, "ForceCurveDataLabels"), "Z,Force,Z,Force");
     EXPECT_EQ(Keys(*file),
@@ -73,8 +73,8 @@ TEST(Overview, DescribesAnEmptyFileAsUnknown)
     ASSERT_TRUE(file->IsOpen());
     EXPECT_EQ(ValueIn<std::string>(*file, OVERVIEW, "FileSubType"), "UNKNOWN");
     EXPECT_EQ(ValueIn<std::string>(*file, OVERVIEW, "FileListPlistName"), "UNKNOWN");
-    EXPECT_EQ(ValueIn<long>(*file, OVERVIEW, "NumberOfDataPlists"), 0);
-    EXPECT_EQ(ValueIn<long>(*file, OVERVIEW, "DataOffset"), 0);
+    EXPECT_EQ(ValueIn<HostLong>(*file, OVERVIEW, "NumberOfDataPlists"), 0);
+    EXPECT_EQ(ValueIn<HostLong>(*file, OVERVIEW, "DataOffset"), 0);
     EXPECT_EQ(ValueIn<StringList>(*file, OVERVIEW, "DataPlistNames"), IMAGE_SECTIONS);
 }
 

@@ -24,6 +24,7 @@ using Kiv::DataCore::DataContainer;
 using Kiv::DataCore::DataFile;
 using Kiv::DataCore::FloatMatrix;
 using Kiv::DataCore::FloatMatrixList;
+using Kiv::DataCore::HostLong;
 using Kiv::DataCore::StringList;
 using Kiv::DataCore::UnitizedDouble;
 using Pelrix::PelrixDataFile;

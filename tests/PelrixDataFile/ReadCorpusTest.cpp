@@ -101,7 +101,7 @@ std::string Row(const FloatMatrix& matrix, std::size_t row)
 void DumpValue(DataContainer& container, const std::string& key, const std::string& indent,
                std::ostream& out)
 {
-    long number = 0;
+    HostLong number;
     std::string text;
     StringList list;
     FloatMatrix matrix;

@@ -34,7 +34,7 @@ namespace
     {
         return compare(std::string());
     }
-    if (object->IsType(typeid(long)))
+    if (object->IsType(typeid(HostLong)))
     {
         return compare(0L);
     }
@@ -144,10 +144,10 @@ TEST(RoundTrip, NewFileBuiltThroughTheContainerReadsBack)
         const auto version = file->GetSubData({"[Data Version]"}, true);
         version->Put<std::string>("Version", "3");
         const auto parameters = file->GetSubData({"[Data Parameters]"}, true);
-        parameters->Put<long>("DataOffset", 256);
+        parameters->Put<HostLong>("DataOffset", 256);
         parameters->Put("ScanRangeX", UnitizedDouble(2.5, "\xB5m"));
-        parameters->Put<long>("ResolutionX", 2);
-        parameters->Put<long>("ResolutionY", 2);
+        parameters->Put<HostLong>("ResolutionX", 2);
+        parameters->Put<HostLong>("ResolutionY", 2);
         file->GetSubData({"[Data]"}, true)->Put("RawData", samples);
         file->Close();
     }
@@ -165,7 +165,7 @@ TEST(RoundTrip, NewFileBuiltThroughTheContainerReadsBack)
                           PaddedImage(header, 256, FloatBytes({1.0f, 2.0f, -3.0f, 0.125f}))));
 
     const auto reread = OpenFile(path, DataFile::ACCESS_READ);
-    EXPECT_EQ(ValueIn<long>(*reread, "[Data Parameters]", "DataOffset"), 256);
+    EXPECT_EQ(ValueIn<HostLong>(*reread, "[Data Parameters]", "DataOffset"), 256);
     const UnitizedDouble range = UnitizedIn(*reread, "[Data Parameters]", "ScanRangeX");
     EXPECT_EQ(range.GetValue(), 2.5);
     EXPECT_EQ(range.GetUnit()->GetAbbreviation(), "\xB5m");

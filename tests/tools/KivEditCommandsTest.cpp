@@ -185,6 +185,40 @@ std::string Sample(const std::string& name)
     return ReadBytes(SamplesFolder() + "/" + name);
 }
 
+// Long values are 32 bits wide: a header number beyond the range reads as atol reads it where
+// long has 32 bits (stopped at the limit), and the dump, the data reader and the writer all see
+// that same number. The series layout carries the data parameters' long keys.
+TEST(KivLong, OutOfRangeNumbersReadDumpAndSaveAsTheir32BitLimits)
+{
+    TemporaryFolder folder;
+    std::string bytes = Sample(FORCE);
+    bytes.insert(bytes.find("Points Number="),
+                 "DataOffset=4294967400\r\nResolutionX=-99999999999\r\n");
+    WriteBytes(folder.File("long.flt"), bytes);
+
+    for (const char* step : {"as read", "after a save"})
+    {
+        SCOPED_TRACE(step);
+        const Json dump = DumpJson(folder, "long.flt");
+        EXPECT_EQ(Entry(dump, "[Series layout]", "DataOffset")["value"], 2147483647);
+        EXPECT_EQ(Entry(dump, "[Series layout]", "ResolutionX")["value"], -2147483648LL);
+        EXPECT_EQ(Entry(dump, "[Series layout]", "ResolutionX")["type"], "long");
+        ExpectSaved(RunKiv({"resave", "long.flt"}, folder.Path()));
+        const std::string saved = ReadBytes(folder.File("long.flt"));
+        EXPECT_NE(saved.find("\r\nDataOffset=2147483647\r\n"), std::string::npos);
+        EXPECT_NE(saved.find("\r\nResolutionX=-2147483648\r\n"), std::string::npos);
+    }
+
+    // The force reader takes the same saturated count: four columns a series.
+    std::string huge = Sample(FORCE);
+    const std::string series = "Series Number=2";
+    huge.replace(huge.find(series), series.size(), "Series Number=99999999999");
+    WriteBytes(folder.File("series.flt"), huge);
+    const RunResult result = RunKiv({"dump", "series.flt"}, folder.Path());
+    EXPECT_EQ(result.exitStatus, 1);
+    EXPECT_NE(result.err.find("8589934588 values a line"), std::string::npos) << result.err;
+}
+
 // The image with a header section that the writer does not keep, taken out of the padding so
 // that the samples stay at "DataOffset".
 std::string ImageWithExtraSection()

@@ -122,7 +122,7 @@ void WriteImage(std::ostream& out, DataFile& file, const FloatMatrix& image)
 std::string CountText(DataFile& file, const std::string& key)
 {
     const auto object = FindInSections(file, key);
-    if (const auto number = ValueOf<long>(object))
+    if (const auto number = ValueOf<HostLong>(object))
     {
         return std::to_string(*number);
     }

@@ -77,7 +77,8 @@ private:
         case ValueKind::Int:
             return Inline(kind, ValueOf<int>(object), [this](int n) { m_Json.Integer(n); });
         case ValueKind::Long:
-            return Inline(kind, ValueOf<long>(object), [this](long n) { m_Json.Integer(n); });
+            return Inline(kind, ValueOf<HostLong>(object),
+                          [this](HostLong n) { m_Json.Integer(static_cast<std::int32_t>(n)); });
         case ValueKind::Float:
             return Inline(kind, ValueOf<float>(object),
                           [this](float x) { m_Json.Number(static_cast<double>(x)); });

@@ -162,6 +162,7 @@ int main(int argc, char** argv)
     // failed save.
     std::signal(SIGXFSZ, SIG_IGN);
     CLI::App app("Inspect and edit data files through the host's file-type modules.", "kiv");
+    app.set_version_flag("--version", std::string("kiv ") + KIV_VERSION);
     Arguments arguments;
     const Subcommands commands = DefineCommands(app, arguments);
     if (IsUnknownCommand(app, argc, argv))

@@ -143,7 +143,7 @@ private:
     void WriteHeaderToDisk();
     void WriteHeaderSectionToDisk(std::string sectionName);
     void WriteHeaderPaddingToDisk();
-    long GetHeaderLength();
+    std::int32_t GetHeaderLength();
     void WriteToBufferedOutputStream(const std::string& text);
     void WriteCountedBlock(const void* data, std::uint64_t count);
     void WriteDataToDisk();

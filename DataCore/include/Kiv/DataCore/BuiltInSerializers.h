@@ -178,7 +178,7 @@ private:
 };
 
 extern template class BasicBuiltInSerializer<Data<int>>;
-extern template class BasicBuiltInSerializer<Data<long>>;
+extern template class BasicBuiltInSerializer<Data<HostLong>>;
 extern template class BasicBuiltInSerializer<Data<float>>;
 extern template class BasicBuiltInSerializer<Data<double>>;
 extern template class StringSerializer<Data<std::string>>;

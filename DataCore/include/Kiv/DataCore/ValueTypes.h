@@ -6,6 +6,7 @@
 #include <boost/numeric/ublas/matrix.hpp>
 #include <boost/shared_ptr.hpp>
 
+#include "Kiv/Core/HostLong.h"
 #include "Kiv/Core/UnitizedValue.h"
 #include "Kiv/DataCore/DataObject.h"
 
@@ -18,6 +19,8 @@ using FloatMatrix = boost::numeric::ublas::matrix<float, boost::numeric::ublas::
 using FloatMatrixList = std::vector<FloatMatrix>;
 using StringList = std::vector<std::string>;
 using UnitizedDouble = Kiv::Core::UnitizedValue<double>;
+// Values of kind long: 32 bits wide, as the host's long is.
+using HostLong = Kiv::Core::HostLong;
 
 // What the library knows of each value type: its kind code, its type name (written with
 // serialized values and compared when they are bound again), how a fresh value is made and
@@ -36,7 +39,7 @@ struct ValueTraits;
     }
 
 KIV_DECLARE_VALUE_TRAITS(int, KindInt);
-KIV_DECLARE_VALUE_TRAITS(long, KindLong);
+KIV_DECLARE_VALUE_TRAITS(HostLong, KindLong);
 KIV_DECLARE_VALUE_TRAITS(float, KindFloat);
 KIV_DECLARE_VALUE_TRAITS(double, KindDouble);
 KIV_DECLARE_VALUE_TRAITS(std::string, KindString);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Kiv/Core/BinaryStream.h"
+#include "Kiv/Core/HostLong.h"
 
 namespace Kiv::Core
 {
@@ -26,7 +27,7 @@ public:
     int ReadByte();
 
     DataInputStream& operator>>(int& value);
-    DataInputStream& operator>>(long& value);
+    DataInputStream& operator>>(HostLong& value);
     DataInputStream& operator>>(float& value);
     DataInputStream& operator>>(double& value);
     DataInputStream& operator>>(std::string& value);

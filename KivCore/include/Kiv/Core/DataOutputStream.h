@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Kiv/Core/BinaryStream.h"
+#include "Kiv/Core/HostLong.h"
 
 namespace Kiv::Core
 {
@@ -20,7 +21,7 @@ public:
     void Write(const void* buffer, std::uint64_t count) { m_Stream.Write(buffer, count); }
 
     DataOutputStream& operator<<(int value);
-    DataOutputStream& operator<<(long value);
+    DataOutputStream& operator<<(HostLong value);
     DataOutputStream& operator<<(float value);
     DataOutputStream& operator<<(double value);
     // Raises IOError for a text longer than a 4-byte length can state.
