@@ -122,6 +122,25 @@ void TemporaryCopy::CopyInto(int source, int copy) const
     }
 }
 
+void TemporaryCopy::RemoveStale(const std::string& target)
+{
+    const std::filesystem::path targetPath(target);
+    const std::string prefix = "." + targetPath.filename().string() + ".kiv-";
+    const std::filesystem::path folder =
+        targetPath.has_parent_path() ? targetPath.parent_path() : std::filesystem::path(".");
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error))
+    {
+        const std::string name = entry->path().filename().string();
+        // mkstemp's six characters follow the prefix: nothing else of the user's matches.
+        if (name.size() == prefix.size() + 6 && name.compare(0, prefix.size(), prefix) == 0)
+        {
+            ::unlink(entry->path().c_str());
+        }
+    }
+}
+
 TemporaryCopy::~TemporaryCopy()
 {
     if (!m_Replaced && !m_Path.empty())

@@ -21,6 +21,10 @@ public:
     TemporaryCopy(const TemporaryCopy&) = delete;
     TemporaryCopy& operator=(const TemporaryCopy&) = delete;
 
+    // Removes the temporaries that saves of target killed before they could clean up left
+    // beside it. Only to be called while no other save of target runs.
+    static void RemoveStale(const std::string& target);
+
     const std::string& Path() const { return m_Path; }
 
     // Forces the copy's bytes onto the disk.
