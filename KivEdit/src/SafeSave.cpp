@@ -61,17 +61,18 @@ Original ReadOriginal(const std::string& target, const std::string& path,
                       const std::vector<HeaderEdit>& edits)
 {
     const auto file = OpenDataFile(target, DataFile::ACCESS_READ, DataFile::OPEN_EXISTING, path);
-    std::vector<HeaderEdit> prepared;
+    Original original{TreeSnapshot(*file), {}, false};
+    // Each edit is checked against the tree the edits before it left (a key set and then
+    // unset exists when it is unset); opened for reading, the file itself is never written.
     for (const HeaderEdit& edit : edits)
     {
-        CheckEditApplies(*file, edit, path);
-        prepared.push_back(PrepareEdit(*file, edit, path));
+        original.edits.push_back(PrepareEdit(*file, edit, path));
+        ApplyEdit(*file, original.edits.back(), path);
     }
-    if (prepared.empty())
+    if (original.edits.empty())
     {
-        prepared.push_back(HeaderEdit{});
+        original.edits.push_back(HeaderEdit{});
     }
-    Original original{TreeSnapshot(*file), std::move(prepared), false};
     file->Close();
     for (const auto& entry : original.tree.SampleSets())
     {

@@ -63,15 +63,15 @@ TEST(KivSave, RefusesAFileHoldingContentTheWriterWouldDrop)
         {"resave",
          {"resave", IMAGE},
          "Notes=a, b\r\n",
-         refusal + "line 46: \"Notes=a, b\" holds a comma and is not kept\n"},
+         refusal + "line 46: \"Notes=a, b\" holds a comma and is not kept (--allow-loss saves anyway)\n"},
         {"set, item in Latin-1",
          {"set", IMAGE, "[System Info]", "Operator", "x"},
          "Notes=Zo\xEB, b\r\n",
-         refusal + "line 46: \"Notes=Zo\xC3\xAB, b\" holds a comma and is not kept\n"},
+         refusal + "line 46: \"Notes=Zo\xC3\xAB, b\" holds a comma and is not kept (--allow-loss saves anyway)\n"},
         {"unset, two items",
          {"unset", IMAGE, "[System Info]", "Operator"},
          "Notes=a, b\r\nMore=c, d\r\n",
-         refusal + "line 46: \"Notes=a, b\" holds a comma and is not kept (and 1 more)\n"},
+         refusal + "line 46: \"Notes=a, b\" holds a comma and is not kept (and 1 more; --allow-loss saves anyway)\n"},
     };
     for (const Case& test : cases)
     {
