@@ -257,6 +257,20 @@ std::vector<std::string> FindRoundingLoss(const TreeSnapshot::Samples& before,
     return items;
 }
 
+// Whether the entry's section is one the writer said it leaves out.
+bool IsNamedIn(const EntryPath& path, const std::vector<std::string>& droppedItems)
+{
+    const std::string section = DescribePath({path.front()});
+    for (const std::string& item : droppedItems)
+    {
+        if (item.find(section) != std::string::npos)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::string ShapeText(const TreeSnapshot::Samples& samples)
 {
     if (samples.shape.size() == 2)
@@ -383,7 +397,8 @@ HeaderEdit PrepareEdit(DataFile& file, const HeaderEdit& edit, const std::string
 }
 
 SaveProblems FindSaveProblems(const TreeSnapshot& before, DataFile& saved,
-                              const std::vector<HeaderEdit>& edits)
+                              const std::vector<HeaderEdit>& edits,
+                              const std::vector<std::string>& droppedItems)
 {
     SaveProblems found;
     const TreeSnapshot after(saved);
@@ -418,6 +433,10 @@ SaveProblems FindSaveProblems(const TreeSnapshot& before, DataFile& saved,
             continue;
         }
         const std::string* const now = after.FindRendering(path);
+        if (now == nullptr && IsNamedIn(path, droppedItems))
+        {
+            continue;
+        }
         if (now == nullptr)
         {
             found.problem = DescribePath(path) + " is missing after saving";

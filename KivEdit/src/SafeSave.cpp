@@ -100,11 +100,12 @@ std::vector<std::string> EditAndWrite(const TemporaryCopy& copy, const std::stri
 
 std::vector<std::string> VerifySaved(const TemporaryCopy& copy, const std::string& path,
                                      const TreeSnapshot& before,
-                                     const std::vector<HeaderEdit>& edits)
+                                     const std::vector<HeaderEdit>& edits,
+                                     const std::vector<std::string>& dropped)
 {
     const auto saved =
         OpenDataFile(copy.Path(), DataFile::ACCESS_READ, DataFile::OPEN_EXISTING, path);
-    const SaveProblems found = FindSaveProblems(before, *saved, edits);
+    const SaveProblems found = FindSaveProblems(before, *saved, edits, dropped);
     saved->Close();
     if (!found.problem.empty())
     {
@@ -187,7 +188,7 @@ SaveReport SaveEdits(const std::string& path, const std::vector<HeaderEdit>& edi
             copy->SyncToDisk();
         }
         const std::vector<std::string> rounded =
-            VerifySaved(*copy, path, original.tree, original.edits);
+            VerifySaved(*copy, path, original.tree, original.edits, dropped);
         dropped.insert(dropped.end(), rounded.begin(), rounded.end());
     }
     catch (...)

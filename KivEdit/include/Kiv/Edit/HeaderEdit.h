@@ -54,8 +54,10 @@ struct SaveProblems
 };
 
 // What is wrong with a saved file read back after the edits, compared with the tree before
-// them; both empty when it holds exactly what was intended.
+// them; both empty when it holds exactly what was intended. Entries of a section that one of
+// droppedItems (the writer's own list of what it leaves out, UTF-8) names are not missed.
 SaveProblems FindSaveProblems(const Kiv::Access::TreeSnapshot& before,
-                              Kiv::DataCore::DataFile& saved, const std::vector<HeaderEdit>& edits);
+                              Kiv::DataCore::DataFile& saved, const std::vector<HeaderEdit>& edits,
+                              const std::vector<std::string>& droppedItems = {});
 
 } // namespace Kiv::Edit
