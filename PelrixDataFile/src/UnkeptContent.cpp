@@ -77,6 +77,17 @@ void PelrixDataFile::NoteBytesAfter(std::int64_t position, const std::string& wh
     }
 }
 
+void PelrixDataFile::PublishShortData(const std::string& block, double missingBytes,
+                                      double missingSamples, double missingLines)
+{
+    boost::shared_ptr<DataContainer> record(new DataContainer(false));
+    record->Put<std::string>("Block", block);
+    record->Put<double>("MissingBytes", missingBytes);
+    record->Put<double>("MissingSamples", missingSamples);
+    record->Put<double>("MissingLines", missingLines);
+    SetMetaData("ShortData", record);
+}
+
 void PelrixDataFile::PublishUnkeptContent()
 {
     StringList items = m_UnkeptContent;

@@ -196,3 +196,29 @@ TEST(KivSavePolicy, MicroIsTypedAsUAndStoredAsTheFilesOwnSign)
 
 } // namespace
 } // namespace KivToolTest
+
+namespace KivToolTest
+{
+namespace
+{
+
+TEST(KivShortFile, InfoAndDumpWarnOnceAndSucceed)
+{
+    TemporaryFolder folder;
+    // 16384 bytes of the 65536 the header promises are cut off: 4096 samples.
+    const std::string image = Sample(IMAGE);
+    WriteBytes(folder.File(IMAGE), image.substr(0, image.size() - 16384));
+    for (const std::string command : {"info", "dump"})
+    {
+        SCOPED_TRACE(command);
+        const RunResult result = RunKiv({command, IMAGE}, folder.Path());
+        EXPECT_EQ(result.exitStatus, 0);
+        EXPECT_EQ(result.err, std::string("warning: ") + IMAGE +
+                                  ": the image ends 16384 bytes early; 4096 samples were "
+                                  "missing and read as 0\n");
+    }
+    EXPECT_EQ(RunKiv({"info", IMAGE}, SamplesFolder()).err, "");
+}
+
+} // namespace
+} // namespace KivToolTest

@@ -22,6 +22,9 @@ int RunInfo(std::ostream& out, const std::string& path);
 int RunDump(std::ostream& out, const std::string& path, bool json, bool withData);
 
 // section, key and value arrive as UTF-8 and are stored as Latin-1.
+// Prints the one-line warning on stderr for a file whose data end before the header says.
+void WarnIfShort(const std::string& path, Kiv::DataCore::DataFile& file);
+
 // The three saving commands; options.dryRun writes nothing and shows what would change.
 int RunSet(std::ostream& out, const std::string& path, const std::string& section,
            const std::string& key, const std::string& value, const Kiv::Edit::SaveOptions& options);

@@ -129,6 +129,10 @@ private:
     void NoteUnwrittenSections();
     void NoteBytesAfter(std::int64_t position, const std::string& what);
     void NoteNonZeroPadding(std::int64_t dataOffset);
+    // Tells the host, in the "ShortData" metadata, that the data block ended before the header
+    // said it would: what was missing and read as zero (an interrupted transfer, as a rule).
+    void PublishShortData(const std::string& block, double missingBytes, double missingSamples,
+                          double missingLines);
     void PublishUnkeptContent();
 
     // --- overview record ---
