@@ -1,12 +1,15 @@
 #include "Kiv/Edit/HeaderEdit.h"
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "Kiv/Access/Failure.h"
 #include "Kiv/Access/Latin1.h"
 #include "Kiv/Access/NumberText.h"
 #include "Kiv/Access/ValueView.h"
+#include "Kiv/Core/UnitDescriptor.h"
 
 namespace Kiv::Edit
 {
@@ -17,6 +20,21 @@ using namespace Kiv::DataCore;
 
 namespace
 {
+// Whether the unit library knows the text as a unit.
+bool IsKnownUnit(const std::string& text)
+{
+    static Kiv::Core::UnitDictionary dictionary;
+    return dictionary.LookupUnit(text, nullptr) != nullptr;
+}
+
+// "20 µm" for a key whose value is in micrometres: the example a hint shows, in UTF-8.
+std::string RenderUnitExample(const boost::shared_ptr<DataObject>& object)
+{
+    const auto value = ValueOf<UnitizedDouble>(object);
+    const auto unit = value ? value->GetUnit() : nullptr;
+    return "20 " + (unit ? Latin1ToUtf8(unit->GetAbbreviation()) : std::string("\xC2\xB5m"));
+}
+
 std::string Quoted(const std::string& latin1)
 {
     return "\"" + Latin1ToUtf8(latin1) + "\"";
@@ -72,8 +90,12 @@ bool ReadsBackAsSet(const boost::shared_ptr<DataObject>& object, const std::stri
         const auto stored = ValueOf<UnitizedDouble>(object);
         const std::size_t blank = value.find(' ');
         const std::string unit = blank == std::string::npos ? "" : value.substr(blank + 1);
-        return stored && stored->GetUnit() && SameNumber(stored->GetValue(), number) &&
-               stored->GetUnit()->GetAbbreviation() == unit;
+        if (!stored || !stored->GetUnit() || !SameNumber(stored->GetValue(), number))
+        {
+            return false;
+        }
+        const std::string readUnit = stored->GetUnit()->GetAbbreviation();
+        return readUnit == unit || readUnit == Latin1ToUtf8(unit);
     }
     default:
         return false;
@@ -154,7 +176,7 @@ void StoreValue(DataContainer& section, const std::string& key, const std::strin
     }
 }
 
-bool IsEdited(const EntryPath& path, const HeaderEdit& edit)
+bool IsEditedBy(const EntryPath& path, const HeaderEdit& edit)
 {
     if (edit.action == HeaderEdit::Action::Resave)
     {
@@ -163,6 +185,90 @@ bool IsEdited(const EntryPath& path, const HeaderEdit& edit)
     // The section's own entry count changes with a key set or removed; its keys are checked
     // one by one.
     return path == EntryPath{edit.section} || path == EntryPath{edit.section, edit.key};
+}
+
+bool IsEdited(const EntryPath& path, const std::vector<HeaderEdit>& edits)
+{
+    for (const HeaderEdit& edit : edits)
+    {
+        if (IsEditedBy(path, edit))
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The writer keeps six decimals of a force value; the text it writes, and the float read back.
+std::string SixDecimals(float value)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%.6f", static_cast<double>(value));
+    return text;
+}
+
+// The fewest digits that read back as the same float: what the user wrote, as a rule.
+std::string ShortestText(float value)
+{
+    char text[64];
+    for (int digits = 1; digits < 9; ++digits)
+    {
+        std::snprintf(text, sizeof text, "%.*g", digits, static_cast<double>(value));
+        if (std::strtof(text, nullptr) == value)
+        {
+            return text;
+        }
+    }
+    std::snprintf(text, sizeof text, "%.9g", static_cast<double>(value));
+    return text;
+}
+
+// Force values that differ only by the writer's rounding: one item of loss for each, by its
+// line in the data block (one matrix of the list each) and its place on the line. Empty when some
+// difference is not the rounding's.
+std::vector<std::string> FindRoundingLoss(const TreeSnapshot::Samples& before,
+                                          const TreeSnapshot::Samples& after)
+{
+    std::vector<std::string> items;
+    std::size_t first = 0;
+    for (std::size_t item = 0; item + 1 < before.shape.size(); item += 2)
+    {
+        const std::size_t count = before.shape[item] * before.shape[item + 1];
+        for (std::size_t index = first; index < first + count && index < before.values.size();
+             ++index)
+        {
+            const float was = before.values[index];
+            const float now = after.values[index];
+            if (std::memcmp(&was, &now, sizeof was) == 0)
+            {
+                continue;
+            }
+            const std::string written = SixDecimals(was);
+            if (std::strtof(written.c_str(), nullptr) != now)
+            {
+                return {};
+            }
+            items.push_back("line " + std::to_string(item / 2 + 1) + ", value " +
+                            std::to_string(index - first + 1) + ": " + ShortestText(was) +
+                            " is written as " + written);
+        }
+        first += count;
+    }
+    return items;
+}
+
+// Whether the entry's section is one the writer said it leaves out.
+bool IsNamedIn(const EntryPath& path, const std::vector<std::string>& droppedItems)
+{
+    const std::string section = DescribePath({path.front()});
+    for (const std::string& item : droppedItems)
+    {
+        if (item.find(section) != std::string::npos)
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::string ShapeText(const TreeSnapshot::Samples& samples)
@@ -176,7 +282,8 @@ std::string ShapeText(const TreeSnapshot::Samples& samples)
            std::to_string(samples.values.size()) + " values";
 }
 
-std::string FindDataProblem(const TreeSnapshot& before, const TreeSnapshot& after)
+std::string FindDataProblem(const TreeSnapshot& before, const TreeSnapshot& after,
+                            std::vector<std::string>& lossItems)
 {
     for (const auto& [path, samples] : before.SampleSets())
     {
@@ -192,8 +299,16 @@ std::string FindDataProblem(const TreeSnapshot& before, const TreeSnapshot& afte
         }
         if (!samples.SameAs(found->second))
         {
-            return "the saved data do not read back as before; the header as saved may no "
-                   "longer fit in front of \"DataOffset\"";
+            if (samples.shape.size() != 2)
+            {
+                std::vector<std::string> rounded = FindRoundingLoss(samples, found->second);
+                if (!rounded.empty())
+                {
+                    lossItems.insert(lossItems.end(), rounded.begin(), rounded.end());
+                    continue;
+                }
+            }
+            return "the saved data do not read back as before";
         }
     }
     for (const auto& [path, samples] : after.SampleSets())
@@ -249,44 +364,100 @@ void ApplyEdit(DataFile& file, const HeaderEdit& edit, const std::string& displa
     }
 }
 
-std::string FindSaveProblem(const TreeSnapshot& before, DataFile& saved, const HeaderEdit& edit)
+HeaderEdit PrepareEdit(DataFile& file, const HeaderEdit& edit, const std::string& displayName)
 {
-    const TreeSnapshot after(saved);
-    std::string problem =
-        edit.action == HeaderEdit::Action::Resave ? "" : FindEditedKeyProblem(saved, edit);
-    if (problem.empty())
+    if (edit.action != HeaderEdit::Action::Set)
     {
-        problem = FindDataProblem(before, after);
+        return edit;
     }
-    if (!problem.empty())
+    const auto section = file.GetSubData({edit.section}, false);
+    const auto existing = section && section->Exists(edit.key) ? section->Get(edit.key) : nullptr;
+    if (!existing || ClassifyValue(*existing) != ValueKind::Unitized)
     {
-        return problem;
+        return edit;
+    }
+    const std::size_t blank = edit.value.find(' ');
+    const std::string number = edit.value.substr(0, blank);
+    if (blank == std::string::npos || !ParseWholeDouble(number) ||
+        edit.value.find_first_not_of(' ', blank) == std::string::npos)
+    {
+        Fail(displayName + ": " + Latin1ToUtf8(edit.key) +
+             " holds a length with a unit, for example \"" + RenderUnitExample(existing) + "\"");
+    }
+    std::string unit = edit.value.substr(edit.value.find_first_not_of(' ', blank));
+    // "u" stands for micro only in front of a unit the unit library knows ("um", "uV/s"),
+    // never alone: the file itself writes the Latin-1 micro sign.
+    if (unit.size() > 1 && unit[0] == 'u' && IsKnownUnit(unit.substr(1)))
+    {
+        unit = "\xB5" + unit.substr(1);
+    }
+    HeaderEdit prepared = edit;
+    prepared.value = number + " " + unit;
+    return prepared;
+}
+
+SaveProblems FindSaveProblems(const TreeSnapshot& before, DataFile& saved,
+                              const std::vector<HeaderEdit>& edits,
+                              const std::vector<std::string>& droppedItems)
+{
+    SaveProblems found;
+    const TreeSnapshot after(saved);
+    // Only the last edit of each key decides what the key holds now.
+    for (std::size_t index = 0; index < edits.size() && found.problem.empty(); ++index)
+    {
+        const HeaderEdit& edit = edits[index];
+        bool overridden = false;
+        for (std::size_t later = index + 1; later < edits.size(); ++later)
+        {
+            overridden = overridden ||
+                         (edits[later].action != HeaderEdit::Action::Resave &&
+                          edits[later].section == edit.section && edits[later].key == edit.key);
+        }
+        if (edit.action != HeaderEdit::Action::Resave && !overridden)
+        {
+            found.problem = FindEditedKeyProblem(saved, edit);
+        }
+    }
+    if (found.problem.empty())
+    {
+        found.problem = FindDataProblem(before, after, found.lossItems);
+    }
+    if (!found.problem.empty())
+    {
+        return found;
     }
     for (const auto& [path, rendering] : before.Renderings())
     {
-        if (IsEdited(path, edit) || IsDerivedFromLayout(path))
+        if (IsEdited(path, edits) || IsDerivedFromLayout(path))
         {
             continue;
         }
         const std::string* const now = after.FindRendering(path);
+        if (now == nullptr && IsNamedIn(path, droppedItems))
+        {
+            continue;
+        }
         if (now == nullptr)
         {
-            return DescribePath(path) + " is missing after saving";
+            found.problem = DescribePath(path) + " is missing after saving";
+            return found;
         }
         if (*now != rendering)
         {
-            return DescribePath(path) + " reads back as " + *now + ", not " + rendering;
+            found.problem = DescribePath(path) + " reads back as " + *now + ", not " + rendering;
+            return found;
         }
     }
     for (const auto& [path, rendering] : after.Renderings())
     {
-        if (!IsEdited(path, edit) && !IsDerivedFromLayout(path) &&
+        if (!IsEdited(path, edits) && !IsDerivedFromLayout(path) &&
             before.FindRendering(path) == nullptr)
         {
-            return DescribePath(path) + " (" + rendering + ") appeared in the saved file";
+            found.problem = DescribePath(path) + " (" + rendering + ") appeared in the saved file";
+            return found;
         }
     }
-    return std::string();
+    return found;
 }
 
 } // namespace Kiv::Edit

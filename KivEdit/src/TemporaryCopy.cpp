@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <random>
 #include <vector>
 
 #include <fcntl.h>
@@ -71,6 +72,36 @@ TemporaryCopy::TemporaryCopy(const std::string& target, int source, const std::s
 {
     const std::filesystem::path targetPath(target);
     m_Folder = targetPath.has_parent_path() ? targetPath.parent_path().string() : ".";
+    if (!CreateUnnamed())
+    {
+        CreateHidden(targetPath, source);
+        return;
+    }
+    try
+    {
+        CopyInto(source, m_Unnamed);
+    }
+    catch (...)
+    {
+        ::close(m_Unnamed);
+        throw;
+    }
+}
+
+bool TemporaryCopy::CreateUnnamed()
+{
+    m_Unnamed = ::open(m_Folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (m_Unnamed < 0)
+    {
+        // Not every file system has unnamed files; the hidden file takes their place.
+        return false;
+    }
+    m_Path = "/proc/self/fd/" + std::to_string(m_Unnamed);
+    return true;
+}
+
+void TemporaryCopy::CreateHidden(const std::filesystem::path& targetPath, int source)
+{
     std::string pattern =
         (std::filesystem::path(m_Folder) / ("." + targetPath.filename().string() + ".kiv-XXXXXX"))
             .string();
@@ -122,9 +153,33 @@ void TemporaryCopy::CopyInto(int source, int copy) const
     }
 }
 
+void TemporaryCopy::RemoveStale(const std::string& target)
+{
+    const std::filesystem::path targetPath(target);
+    const std::string prefix = "." + targetPath.filename().string() + ".kiv-";
+    const std::filesystem::path folder =
+        targetPath.has_parent_path() ? targetPath.parent_path() : std::filesystem::path(".");
+    std::error_code error;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error))
+    {
+        const std::string name = entry->path().filename().string();
+        // mkstemp's six characters follow the prefix: nothing else of the user's matches.
+        if (name.size() == prefix.size() + 6 && name.compare(0, prefix.size(), prefix) == 0)
+        {
+            ::unlink(entry->path().c_str());
+        }
+    }
+}
+
 TemporaryCopy::~TemporaryCopy()
 {
-    if (!m_Replaced && !m_Path.empty())
+    if (m_Unnamed >= 0)
+    {
+        // An unnamed copy that was not linked vanishes with its last descriptor.
+        ::close(m_Unnamed);
+    }
+    else if (!m_Replaced && !m_Path.empty())
     {
         ::unlink(m_Path.c_str());
     }
@@ -132,6 +187,14 @@ TemporaryCopy::~TemporaryCopy()
 
 void TemporaryCopy::SyncToDisk()
 {
+    if (m_Unnamed >= 0)
+    {
+        if (::fsync(m_Unnamed) != 0)
+        {
+            FailWithErrno("cannot flush the saved copy to disk");
+        }
+        return;
+    }
     Descriptor copy(::open(m_Path.c_str(), O_RDONLY | O_CLOEXEC));
     if (copy.Get() < 0 || ::fsync(copy.Get()) != 0)
     {
@@ -145,7 +208,25 @@ void TemporaryCopy::ReplaceTarget(mode_t permissions)
     {
         FailWithErrno("cannot give the saved copy the file's permissions");
     }
-    if (::rename(m_Path.c_str(), m_Target.c_str()) != 0)
+    if (m_Unnamed >= 0)
+    {
+        // A name can only be given to a new entry: link the copy under a hidden name, then
+        // rename that over the file. A kill between the two leaves the hidden name, which the
+        // next save of the file removes.
+        const std::string hidden = HiddenName();
+        if (::linkat(AT_FDCWD, m_Path.c_str(), AT_FDCWD, hidden.c_str(), AT_SYMLINK_FOLLOW) != 0)
+        {
+            FailWithErrno("cannot give the saved copy a name");
+        }
+        if (::rename(hidden.c_str(), m_Target.c_str()) != 0)
+        {
+            const int error = errno;
+            ::unlink(hidden.c_str());
+            errno = error;
+            FailWithErrno("cannot put the saved copy in the file's place");
+        }
+    }
+    else if (::rename(m_Path.c_str(), m_Target.c_str()) != 0)
     {
         FailWithErrno("cannot put the saved copy in the file's place");
     }
@@ -157,6 +238,22 @@ void TemporaryCopy::ReplaceTarget(mode_t permissions)
     {
         ::fsync(folder.Get());
     }
+}
+
+std::string TemporaryCopy::HiddenName() const
+{
+    // The shape mkstemp gives the hidden copies, so that RemoveStale knows it.
+    static const char LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    std::random_device random;
+    std::string suffix;
+    for (int i = 0; i < 6; ++i)
+    {
+        suffix += LETTERS[random() % (sizeof LETTERS - 1)];
+    }
+    const std::filesystem::path targetPath(m_Target);
+    return (std::filesystem::path(m_Folder) /
+            ("." + targetPath.filename().string() + ".kiv-" + suffix))
+        .string();
 }
 
 void TemporaryCopy::FailWithErrno(const std::string& what) const

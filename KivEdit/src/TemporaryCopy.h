@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include <sys/types.h>
@@ -9,9 +10,12 @@
 namespace Kiv::Edit
 {
 
-// A copy of a file in a new hidden file beside it: in the same folder, so that putting it in
-// the file's place is one atomic rename. The copy is removed unless it replaced the file, also
-// when kiv is interrupted or terminated. Failures raise "DISPLAYNAME: not saved: reason".
+// A copy of a file in a new file beside it: in the same folder, so that putting it in the
+// file's place is one atomic rename. Where the file system allows, the copy has no name at all
+// (O_TMPFILE) until it is complete and verified, so that a save killed at any moment leaves
+// nothing behind; elsewhere it is a hidden file, removed unless it replaced the file, also when
+// kiv is interrupted or terminated. Path() opens the copy in either case. Failures raise
+// "DISPLAYNAME: not saved: reason".
 class TemporaryCopy
 {
 public:
@@ -20,6 +24,10 @@ public:
     ~TemporaryCopy();
     TemporaryCopy(const TemporaryCopy&) = delete;
     TemporaryCopy& operator=(const TemporaryCopy&) = delete;
+
+    // Removes the temporaries that saves of target killed before they could clean up left
+    // beside it. Only to be called while no other save of target runs.
+    static void RemoveStale(const std::string& target);
 
     const std::string& Path() const { return m_Path; }
 
@@ -32,6 +40,9 @@ public:
 
 private:
     void CopyInto(int source, int copy) const;
+    bool CreateUnnamed();
+    void CreateHidden(const std::filesystem::path& targetPath, int source);
+    std::string HiddenName() const;
     [[noreturn]] void FailWithErrno(const std::string& what) const;
 
     std::string m_Target;
@@ -39,6 +50,7 @@ private:
     std::string m_Folder;
     std::string m_Path;
     bool m_Replaced = false;
+    int m_Unnamed = -1; // the unnamed copy's descriptor; -1 for a hidden file
     RemoveOnInterrupt m_RemoveOnInterrupt;
 };
 

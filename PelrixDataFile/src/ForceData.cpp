@@ -243,6 +243,13 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
         }
         curves.push_back(std::move(values));
     }
+    if (pointCount > 0 && curves.size() < static_cast<std::uint64_t>(pointCount) &&
+        static_cast<std::uint64_t>(reader.Position()) >= m_FileSize)
+    {
+        const double missingLines = static_cast<double>(pointCount) - curves.size();
+        PublishShortData("force data", 0, missingLines * static_cast<double>(columns),
+                         missingLines);
+    }
     NoteBytesAfter(reader.Position(), "after the force data");
     m_CurrentSection = GetSubData({Names::DATA_SECTION}, true);
     m_CurrentSection->Put(Names::RAW_DATA, std::move(curves));

@@ -64,6 +64,12 @@ void PelrixDataFile::LoadImageData()
     const std::uint64_t delivered = m_InputStream->Read(samples, byteCount);
     // A short file leaves the samples it lacks at zero.
     std::memset(samples + delivered, 0, static_cast<std::size_t>(byteCount - delivered));
+    if (delivered < byteCount)
+    {
+        const std::uint64_t missing = byteCount - delivered;
+        PublishShortData("image", static_cast<double>(missing),
+                         static_cast<double>((missing + sizeof(float) - 1) / sizeof(float)), 0);
+    }
 
     m_CurrentSection = GetSubData({Names::DATA_SECTION}, true);
     m_CurrentSection->PutReference(Names::RAW_DATA, matrix, false);

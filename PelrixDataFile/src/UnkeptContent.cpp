@@ -146,6 +146,17 @@ bool PelrixDataFile::HoldsUnexpectedBytes(std::int64_t begin, std::int64_t end,
     return false;
 }
 
+void PelrixDataFile::PublishShortData(const std::string& block, double missingBytes,
+                                      double missingSamples, double missingLines)
+{
+    boost::shared_ptr<DataContainer> record(new DataContainer(false));
+    record->Put<std::string>("Block", block);
+    record->Put<double>("MissingBytes", missingBytes);
+    record->Put<double>("MissingSamples", missingSamples);
+    record->Put<double>("MissingLines", missingLines);
+    SetMetaData("ShortData", record);
+}
+
 void PelrixDataFile::PublishUnkeptContent()
 {
     StringList items = m_UnkeptContent;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Kiv/Edit/SafeSave.h"
+
 #include <ostream>
 #include <string>
 #include <vector>
@@ -20,11 +22,15 @@ int RunInfo(std::ostream& out, const std::string& path);
 int RunDump(std::ostream& out, const std::string& path, bool json, bool withData);
 
 // section, key and value arrive as UTF-8 and are stored as Latin-1.
+// Prints the one-line warning on stderr for a file whose data end before the header says.
+void WarnIfShort(const std::string& path, Kiv::DataCore::DataFile& file);
+
+// The three saving commands; options.dryRun writes nothing and shows what would change.
 int RunSet(std::ostream& out, const std::string& path, const std::string& section,
-           const std::string& key, const std::string& value);
+           const std::string& key, const std::string& value, const Kiv::Edit::SaveOptions& options);
 int RunUnset(std::ostream& out, const std::string& path, const std::string& section,
-             const std::string& key);
-int RunResave(std::ostream& out, const std::string& path);
+             const std::string& key, const Kiv::Edit::SaveOptions& options);
+int RunResave(std::ostream& out, const std::string& path, const Kiv::Edit::SaveOptions& options);
 
 // Runs the test suites of the named modules (a module's name, file name or path), or of every
 // loaded module; ends with the line "N passed, M failed".

@@ -5,6 +5,7 @@
 #include "Kiv/Access/FileAccess.h"
 #include "Kiv/Access/FileFacts.h"
 #include "Kiv/Access/Latin1.h"
+#include "Kiv/Access/ShortData.h"
 #include "Kiv/Access/Statistics.h"
 #include "Kiv/Access/ValueView.h"
 
@@ -158,6 +159,7 @@ int RunInfo(std::ostream& out, const std::string& path)
 {
     LoadFileTypeModules();
     const auto file = OpenForReading(path);
+    WarnIfShort(path, *file);
     Line(out, 0, "File", ToDisplayText(path));
     Line(out, 0, "Type",
          ToDisplayText(file->GetFileType()) + " (" + ToDisplayText(file->DescribeFileType()) + ")");

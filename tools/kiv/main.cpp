@@ -20,6 +20,7 @@ struct Arguments
 {
     bool json = false;
     bool withData = false;
+    Kiv::Edit::SaveOptions save;
     std::string file;
     std::string section;
     std::string key;
@@ -44,6 +45,14 @@ struct Subcommands
 void AddFile(CLI::App& command, Arguments& arguments)
 {
     command.add_option("FILE", arguments.file, "The data file")->required();
+}
+
+void AddSaveOptions(CLI::App& command, Arguments& arguments)
+{
+    command.add_flag("--allow-loss", arguments.save.allowLoss,
+                     "Save even though the writer drops content it cannot keep (listed on stderr)");
+    command.add_flag("--dry-run", arguments.save.dryRun,
+                     "Write nothing; show the header diff and what the save would drop");
 }
 
 void AddSectionAndKey(CLI::App& command, Arguments& arguments)
@@ -78,14 +87,17 @@ Subcommands DefineCommands(CLI::App& app, Arguments& arguments)
     commands.set
         ->add_option("VALUE", arguments.value, "The value, as text (UTF-8, stored as Latin-1)")
         ->required();
+    AddSaveOptions(*commands.set, arguments);
 
     commands.unset = app.add_subcommand("unset", "Remove KEY from SECTION and save");
     AddFile(*commands.unset, arguments);
     AddSectionAndKey(*commands.unset, arguments);
+    AddSaveOptions(*commands.unset, arguments);
 
     commands.resave =
         app.add_subcommand("resave", "Write the file again through its file type's writer");
     AddFile(*commands.resave, arguments);
+    AddSaveOptions(*commands.resave, arguments);
 
     commands.selftest = app.add_subcommand("selftest", "Run the modules' own test suites");
     commands.selftest->add_option(
@@ -113,15 +125,17 @@ int RunCommand(const Subcommands& commands, const Arguments& arguments)
     }
     if (commands.set->parsed())
     {
-        return RunSet(std::cout, arguments.file, arguments.section, arguments.key, arguments.value);
+        return RunSet(std::cout, arguments.file, arguments.section, arguments.key, arguments.value,
+                      arguments.save);
     }
     if (commands.unset->parsed())
     {
-        return RunUnset(std::cout, arguments.file, arguments.section, arguments.key);
+        return RunUnset(std::cout, arguments.file, arguments.section, arguments.key,
+                        arguments.save);
     }
     if (commands.resave->parsed())
     {
-        return RunResave(std::cout, arguments.file);
+        return RunResave(std::cout, arguments.file, arguments.save);
     }
     if (commands.exports->parsed())
     {

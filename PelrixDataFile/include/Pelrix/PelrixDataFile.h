@@ -132,6 +132,10 @@ private:
     // Whether [begin, end) of the file (clipped to its size) holds a byte other than zero, or
     // other than zero, CR and LF when lineBreaksAllowed.
     bool HoldsUnexpectedBytes(std::int64_t begin, std::int64_t end, bool lineBreaksAllowed);
+    // Tells the host, in the "ShortData" metadata, that the data block ended before the header
+    // said it would: what was missing and read as zero (an interrupted transfer, as a rule).
+    void PublishShortData(const std::string& block, double missingBytes, double missingSamples,
+                          double missingLines);
     void PublishUnkeptContent();
 
     // --- overview record ---

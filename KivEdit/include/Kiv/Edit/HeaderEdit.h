@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Kiv/Access/TreeSnapshot.h"
 #include "Kiv/DataCore/DataFile.h"
@@ -37,9 +38,26 @@ void CheckEditApplies(Kiv::DataCore::DataFile& file, const HeaderEdit& edit,
 void ApplyEdit(Kiv::DataCore::DataFile& file, const HeaderEdit& edit,
                const std::string& displayName);
 
-// What is wrong with a saved file read back after the edit, compared with the tree before it,
-// or an empty text when it holds exactly what was intended.
-std::string FindSaveProblem(const Kiv::Access::TreeSnapshot& before, Kiv::DataCore::DataFile& saved,
-                            const HeaderEdit& edit);
+// The edit as the file will hold it: a value typed for a key that holds a number with a unit
+// gets the file's own micro sign ("20 um" becomes "20 \xB5m"). Raises "FILE: reason" with a
+// hint when such a value has no unit.
+HeaderEdit PrepareEdit(Kiv::DataCore::DataFile& file, const HeaderEdit& edit,
+                       const std::string& displayName);
+
+// What the verification of a saved file found: a problem that refuses the save whatever the
+// options, and items of loss that only --allow-loss accepts (force values that the writer's
+// six-decimal rounding changed).
+struct SaveProblems
+{
+    std::string problem;
+    std::vector<std::string> lossItems;
+};
+
+// What is wrong with a saved file read back after the edits, compared with the tree before
+// them; both empty when it holds exactly what was intended. Entries of a section that one of
+// droppedItems (the writer's own list of what it leaves out, UTF-8) names are not missed.
+SaveProblems FindSaveProblems(const Kiv::Access::TreeSnapshot& before,
+                              Kiv::DataCore::DataFile& saved, const std::vector<HeaderEdit>& edits,
+                              const std::vector<std::string>& droppedItems = {});
 
 } // namespace Kiv::Edit

@@ -71,7 +71,4 @@ private:
 SaveReport SaveEdits(const std::string& path, const std::vector<HeaderEdit>& edits,
                      const SaveOptions& options = {});
 
-// The single-edit save kiv has used so far; SaveEdits takes its place.
-void SaveWithEdit(const std::string& path, const HeaderEdit& edit);
-
 } // namespace Kiv::Edit

@@ -1,0 +1,221 @@
+// Fuzz target for the save path: every input that opens as a file is saved through the
+// safe-save library, once refusing loss and once allowing it, in a scratch folder. A save
+// either fails with the library's one-line Failure and leaves the file byte for byte as it
+// was, or leaves a file that opens again with every sample as before (unless the save
+// reported the rounding of force values as loss). Anything else, a crash or a sanitizer report
+// is a finding. Build it as PelrixFuzzTarget.cpp says, with the target save_fuzzer, and run:
+//
+//   build-fuzz/bin/save_fuzzer -max_len=16384 build-fuzz/save-findings tests/fuzz/save-corpus
+//
+// The ordinary test run replays the corpus through this same function (SaveFuzzReplayTest).
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <new>
+#include <string>
+
+#include <unistd.h>
+
+#include "Kiv/Access/Failure.h"
+#include "Kiv/Access/FileAccess.h"
+#include "Kiv/Access/TreeSnapshot.h"
+#include "Kiv/Core/AlertSystem.h"
+#include "Kiv/Core/AllocationLimit.h"
+#include "Kiv/Edit/SafeSave.h"
+#include "Pelrix/PelrixDataFile.h"
+#include "Pelrix/PelrixDataFileFactory.h"
+
+namespace SaveFuzz
+{
+
+namespace fs = std::filesystem;
+
+// Far below the machine's memory, so that any header able to ask for more fails cleanly.
+constexpr std::uint64_t SAVE_ALLOCATION_LIMIT = 64ull * 1024 * 1024;
+
+// A scratch folder of this process, in memory where the system has one: saves flush to disk.
+class ScratchFolder
+{
+public:
+    ScratchFolder()
+    {
+        const fs::path base =
+            fs::exists("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
+        m_Path = base / ("kiv-save-fuzz-" + std::to_string(::getpid()));
+        fs::create_directories(m_Path);
+    }
+    ~ScratchFolder()
+    {
+        std::error_code ignored;
+        fs::remove_all(m_Path, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    const fs::path& Path() const { return m_Path; }
+
+private:
+    fs::path m_Path;
+};
+
+inline std::string ReadAll(const fs::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline void WriteAll(const fs::path& path, const std::uint8_t* data, std::size_t size)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+}
+
+[[noreturn]] inline void Finding(const std::string& what)
+{
+    std::fprintf(stderr, "save fuzz finding: %s\n", what.c_str());
+    std::abort();
+}
+
+// The samples of the file at path, or nothing when it does not open.
+inline std::unique_ptr<Kiv::Access::TreeSnapshot> Snapshot(const std::string& path)
+{
+    using Kiv::DataCore::DataFile;
+    try
+    {
+        const auto file =
+            Kiv::Access::OpenDataFile(path, DataFile::ACCESS_READ, DataFile::OPEN_EXISTING, path);
+        auto snapshot = std::make_unique<Kiv::Access::TreeSnapshot>(*file);
+        file->Close();
+        return snapshot;
+    }
+    catch (const Kiv::Access::Failure&)
+    {
+        return nullptr;
+    }
+}
+
+inline bool SameSamples(const Kiv::Access::TreeSnapshot& a, const Kiv::Access::TreeSnapshot& b)
+{
+    if (a.SampleSets().size() != b.SampleSets().size())
+    {
+        return false;
+    }
+    for (const auto& [path, samples] : a.SampleSets())
+    {
+        const auto found = b.SampleSets().find(path);
+        if (found == b.SampleSets().end() || !samples.SameAs(found->second))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+inline void SaveOnce(const fs::path& file, const std::uint8_t* data, std::size_t size,
+                     bool allowLoss)
+{
+    WriteAll(file, data, size);
+    const auto before = Snapshot(file.string());
+    if (!before)
+    {
+        return;
+    }
+    Kiv::Edit::SaveReport report;
+    try
+    {
+        Kiv::Edit::SaveOptions options;
+        options.allowLoss = allowLoss;
+        report = Kiv::Edit::SaveEdits(file.string(), {}, options);
+    }
+    catch (const Kiv::Access::Failure& failure)
+    {
+        const std::string message = failure.what();
+        if (message.empty() || message.find('\n') != std::string::npos)
+        {
+            Finding("a refusal that is not one line: " + message);
+        }
+        const std::string now = ReadAll(file);
+        if (now.size() != size || (size > 0 && std::memcmp(now.data(), data, size) != 0))
+        {
+            Finding("a refused save changed the file: " + message);
+        }
+        return;
+    }
+    catch (const std::bad_alloc&)
+    {
+        return;
+    }
+    const auto after = Snapshot(file.string());
+    if (!after)
+    {
+        Finding("the saved file does not open again");
+    }
+    if (report.droppedItems.empty() && !SameSamples(*before, *after))
+    {
+        Finding("the saved file's samples differ and no loss was reported");
+    }
+}
+
+inline void SaveBytes(const std::uint8_t* data, std::size_t size)
+{
+    static const ScratchFolder folder;
+    const fs::path file = folder.Path() / "input.flt";
+    for (const bool allowLoss : {false, true})
+    {
+        SaveOnce(file, data, size, allowLoss);
+        std::size_t entries = 0;
+        for (const auto& entry : fs::directory_iterator(folder.Path()))
+        {
+            (void)entry;
+            ++entries;
+        }
+        if (entries != 1)
+        {
+            Finding("the save left " + std::to_string(entries - 1) + " other files behind");
+        }
+    }
+}
+
+// Reports nothing: a fuzzer meets duplicate sections by the thousand.
+class SilentAlerts : public Kiv::Core::AlertHandler
+{
+public:
+    void OnError(const Kiv::Core::Error&, const Kiv::Core::CodeContext&,
+                 const std::string&) override
+    {
+    }
+    void OnWarning(const Kiv::Core::Warning&, const Kiv::Core::CodeContext&,
+                   const std::string&) override
+    {
+    }
+    void OnAssertFailed(const std::string&, const Kiv::Core::CodeContext&) override {}
+};
+
+// The file type is built in rather than loaded: a module would need the sanitizers' runtime.
+inline void Prepare()
+{
+    static const bool prepared = []
+    {
+        Kiv::Core::SetAlertHandler(std::make_shared<SilentAlerts>());
+        Kiv::Core::SetMaxAllocationBytes(SAVE_ALLOCATION_LIMIT);
+        Kiv::DataCore::RegisterDataFileFactory(typeid(Pelrix::PelrixDataFile),
+                                               boost::make_shared<Pelrix::PelrixDataFileFactory>());
+        return true;
+    }();
+    (void)prepared;
+}
+
+} // namespace SaveFuzz
+
+#ifndef KIV_SAVE_FUZZ_NO_ENTRY
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    SaveFuzz::Prepare();
+    SaveFuzz::SaveBytes(data, size);
+    return 0;
+}
+#endif
