@@ -61,22 +61,33 @@ def target_stem_for(source, input_folder, output_folder):
     return os.path.join(output_folder, os.path.splitext(relative)[0])
 
 
-def run(input_folder, output_folder, client):
-    """Convert everything; return (done, failures) with failures as one line each."""
+def convert_many(pairs):
+    """convert() over a chunk of (source, target stem); return [(source, failure or None)]."""
+    return [(source, convert(source, stem)) for source, stem in pairs]
+
+
+def run(input_folder, output_folder, client, chunk=None):
+    """Convert everything; return (done, failures) with failures as one line each.
+
+    Files go to the workers in chunks: one task per small file would cost the scheduler more
+    than the conversion itself.
+    """
     from dask.distributed import as_completed
 
     sources = find_sources(input_folder)
-    stems = [target_stem_for(source, input_folder, output_folder) for source in sources]
-    futures = client.map(convert, sources, stems, pure=False)
-    source_of = {future.key: source for future, source in zip(futures, sources)}
+    pairs = [(source, target_stem_for(source, input_folder, output_folder)) for source in sources]
+    if chunk is None:
+        workers = max(1, len(client.scheduler_info().get("workers", {})))
+        chunk = max(1, min(64, len(pairs) // (4 * workers)))
+    chunks = [pairs[start:start + chunk] for start in range(0, len(pairs), chunk)]
+    futures = client.map(convert_many, chunks, pure=False)
     done, failures = 0, []
     for future in as_completed(futures):
-        problem = future.result()
-        if problem is None:
-            done += 1
-        else:
-            failures.append(f"{source_of[future.key]}: {problem}"
-                            if source_of[future.key] not in problem else problem)
+        for source, problem in future.result():
+            if problem is None:
+                done += 1
+            else:
+                failures.append(problem if source in problem else f"{source}: {problem}")
     return done, failures
 
 

@@ -18,4 +18,10 @@ echo "== benchmarks (reading and saving Pelrix files) =="
 echo
 echo "== peak memory of opening an image =="
 "$build_dir/bin/kiv_peak_memory" || status=1
+
+# ---- Python module (kiv.open(p).image and the Dask batch example) ----
+echo
+echo "== Python module: image read and batch conversion =="
+PYTHONPATH="$build_dir/python" /usr/bin/python3 "$root/bench/python_bench.py" || status=1
+# ---- end of the Python module section ----
 exit "$status"
