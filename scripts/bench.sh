@@ -98,4 +98,10 @@ echo "  kiv set on the 64 MiB image: $(field 1 "$save") ms, peak $(field 2 "$sav
 verdict "kiv set 64 MiB image / copy + fsync" "$(field 5 "$save")" "<=" 3 x
 verdict "kiv set 64 MiB image, peak memory" "$(field 2 "$save")" "<=" \
     "$(awk -v s="$image_bytes" 'BEGIN { print 1.3 * s / 1e6 }')" MB
+
+# ---- Python module (kiv.open(p).image and the Dask batch example) ----
+echo
+echo "== Python module: image read and batch conversion =="
+PYTHONPATH="$build_dir/python" /usr/bin/python3 "$root/bench/python_bench.py" || status=1
+# ---- end of the Python module section ----
 exit "$status"

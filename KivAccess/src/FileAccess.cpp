@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <mutex>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -18,16 +19,23 @@ using Kiv::DataCore::DataFile;
 
 void LoadFileTypeModules()
 {
-    static bool loaded = false;
-    if (loaded)
-    {
-        return;
-    }
-    loaded = true;
-    for (const auto& error : Kiv::DataCore::LoadPluginModules().errors)
-    {
-        std::cerr << "kiv: warning: " << ToDisplayText(error) << '\n';
-    }
+    LoadFileTypeModules([](const std::string& warning)
+                        { std::cerr << "kiv: warning: " << warning << '\n'; });
+}
+
+void LoadFileTypeModules(const std::function<void(const std::string&)>& warn)
+{
+    // Front ends may open files from many threads at once; the first caller loads the
+    // modules while the others wait for it, so that no one opens a file with half the types.
+    static std::once_flag loaded;
+    std::call_once(loaded,
+                   [&warn]
+                   {
+                       for (const auto& error : Kiv::DataCore::LoadPluginModules().errors)
+                       {
+                           warn(ToDisplayText(error));
+                       }
+                   });
 }
 
 void RequireReadableFile(const std::string& path)

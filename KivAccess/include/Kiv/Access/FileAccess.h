@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include <boost/shared_ptr.hpp>
@@ -12,6 +13,9 @@ namespace Kiv::Access
 // Loads every file-type module of the plug-in folders once. A module that fails to load is
 // reported on stderr as a warning; the others are still used.
 void LoadFileTypeModules();
+// The same, once per process whichever thread calls first, handing each warning (one line,
+// UTF-8) to warn instead.
+void LoadFileTypeModules(const std::function<void(const std::string&)>& warn);
 
 // Raises "PATH: reason" unless path names an existing regular file the user may read.
 void RequireReadableFile(const std::string& path);

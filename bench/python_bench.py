@@ -1,0 +1,110 @@
+#!/usr/bin/python3
+"""Speed of the Python module, as ratios against plain-Python baselines timed in the same run.
+
+  1. kiv.open(p).image of a 4096 x 4096 image vs a function that parses the header and calls
+     numpy.fromfile (target: at most 1.1 x).
+  2. examples/batch_to_npy.py over 2000 files of 256 x 256 on a 2-worker LocalCluster vs a
+     loop of shutil.copyfile over the same files (target: at least 0.5 x its files/s).
+
+Needs kiv importable (PYTHONPATH=BUILD/python). Prints each ratio; a missed target is only
+reported.
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+import numpy
+
+import kiv
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+TEMPLATE = ROOT / "samples" / "topography_128.flt"
+
+
+def make_image(path, size, generator):
+    """The sample file's header made to describe a size x size image, with random samples."""
+    head = TEMPLATE.read_bytes()[:4096]
+    text = head.rstrip(b"\0")
+    for key in (b"ResolutionX", b"ResolutionY"):
+        text = text.replace(key + b"=128", key + b"=" + str(size).encode())
+    header = text + b"\0" * (len(head) - len(text))
+    assert len(header) == 4096
+    samples = generator.standard_normal(size * size).astype("<f4")
+    path.write_bytes(header + samples.tobytes())
+
+
+def read_by_hand(path):
+    """What a user would write without the module: the header's numbers, then fromfile."""
+    with open(path, "rb") as stream:
+        head = stream.read(8192).decode("latin-1")
+    offset = int(re.search(r"DataOffset=\s*(\d+)", head).group(1))
+    columns = int(re.search(r"ResolutionX=\s*(\d+)", head).group(1))
+    rows = int(re.search(r"ResolutionY=\s*(\d+)", head).group(1))
+    return numpy.fromfile(path, dtype="<f4", offset=offset, count=rows * columns).reshape(
+        rows, columns)
+
+
+def paired_median(first, second, rounds):
+    """Median seconds of each, the two alternated so that both see the same machine."""
+    times = ([], [])
+    for _ in range(rounds):
+        for index, work in enumerate((first, second)):
+            started = time.perf_counter()
+            work()
+            times[index].append(time.perf_counter() - started)
+    return statistics.median(times[0]), statistics.median(times[1])
+
+
+def bench_image(folder):
+    path = folder / "image_4096.flt"
+    make_image(path, 4096, numpy.random.default_rng(1))
+    assert numpy.array_equal(kiv.open(str(path)).image, read_by_hand(path))
+    module, baseline = paired_median(lambda: kiv.open(str(path)).image,
+                                     lambda: read_by_hand(path), rounds=15)
+    ratio = module / baseline
+    print(f"kiv.open(p).image 4096x4096: {module * 1e3:.1f} ms, header + numpy.fromfile "
+          f"{baseline * 1e3:.1f} ms, ratio {ratio:.2f} x (target <= 1.10) "
+          f"{'ok' if ratio <= 1.1 else 'MISSED'}")
+
+
+def bench_batch(folder, count=2000):
+    source = folder / "batch_in"
+    source.mkdir()
+    generator = numpy.random.default_rng(2)
+    make_image(source / "scan_0000.flt", 256, generator)
+    for index in range(1, count):
+        make_image(source / f"scan_{index:04d}.flt", 256, generator)
+    copies = folder / "copies"
+    copies.mkdir()
+    files = sorted(source.iterdir())
+    started = time.perf_counter()
+    for path in files:
+        shutil.copyfile(path, copies / path.name)
+    copy_rate = count / (time.perf_counter() - started)
+
+    result = subprocess.run([sys.executable, str(ROOT / "examples" / "batch_to_npy.py"),
+                             str(source), str(folder / "batch_out"), "--workers", "2"],
+                            capture_output=True, text=True, check=True)
+    batch_rate = float(re.search(r"([\d.]+) files/s", result.stdout).group(1))
+    ratio = batch_rate / copy_rate
+    print(f"batch_to_npy 2000 x 256x256, 2 workers: {batch_rate:.0f} files/s, "
+          f"shutil.copyfile loop {copy_rate:.0f} files/s, ratio {ratio:.2f} x "
+          f"(target >= 0.50) {'ok' if ratio >= 0.5 else 'MISSED'}")
+
+
+def main():
+    with tempfile.TemporaryDirectory(prefix="kiv-python-bench-") as folder:
+        bench_image(pathlib.Path(folder))
+        bench_batch(pathlib.Path(folder))
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,128 @@
+#!/usr/bin/python3
+"""Convert every Pelrix file under a folder to .npy (image or force curves) and .json (header).
+
+The work runs on Dask: a LocalCluster on this machine by default, or any running Dask
+scheduler given by address, unchanged:
+
+    PYTHONPATH=build/python examples/batch_to_npy.py scans/ out/
+    examples/batch_to_npy.py scans/ out/ --scheduler tcp://head-node:8786
+
+Every worker must be able to import kiv and read the input folder and write the output one.
+Each failure is reported on one line; the other files go on. The exit status is 1 when any
+file failed.
+"""
+
+import argparse
+import json
+import os
+import sys
+import time
+
+
+def header_to_json(value):
+    """A header value as JSON: a Quantity becomes {"value": ..., "unit": ...}."""
+    import kiv
+
+    if isinstance(value, dict):
+        return {key: header_to_json(item) for key, item in value.items()}
+    if isinstance(value, kiv.Quantity):
+        return {"value": value.value, "unit": value.unit}
+    return value
+
+
+def convert(source, target_stem):
+    """Write target_stem.npy and target_stem.json; return None, or the one-line failure."""
+    import numpy
+    import kiv
+
+    try:
+        with kiv.open(source) as data:
+            samples = data.image if data.kind == "image" else data.curves
+            header = header_to_json(data.header)
+        os.makedirs(os.path.dirname(target_stem) or ".", exist_ok=True)
+        numpy.save(target_stem + ".npy", samples)
+        with open(target_stem + ".json", "w", encoding="utf-8") as out:
+            json.dump(header, out, ensure_ascii=False)
+        return None
+    except (kiv.Error, OSError) as error:
+        return str(error)
+
+
+def find_sources(folder):
+    """Every .flt file below folder, in a stable order."""
+    found = []
+    for root, _, names in os.walk(folder):
+        found.extend(os.path.join(root, name) for name in names if name.lower().endswith(".flt"))
+    return sorted(found)
+
+
+def target_stem_for(source, input_folder, output_folder):
+    relative = os.path.relpath(source, input_folder)
+    return os.path.join(output_folder, os.path.splitext(relative)[0])
+
+
+def convert_many(pairs):
+    """convert() over a chunk of (source, target stem); return [(source, failure or None)]."""
+    return [(source, convert(source, stem)) for source, stem in pairs]
+
+
+def run(input_folder, output_folder, client, chunk=None):
+    """Convert everything; return (done, failures) with failures as one line each.
+
+    Files go to the workers in chunks: one task per small file would cost the scheduler more
+    than the conversion itself.
+    """
+    from dask.distributed import as_completed
+
+    sources = find_sources(input_folder)
+    pairs = [(source, target_stem_for(source, input_folder, output_folder)) for source in sources]
+    if chunk is None:
+        workers = max(1, len(client.scheduler_info().get("workers", {})))
+        chunk = max(1, min(64, len(pairs) // (4 * workers)))
+    chunks = [pairs[start:start + chunk] for start in range(0, len(pairs), chunk)]
+    futures = client.map(convert_many, chunks, pure=False)
+    done, failures = 0, []
+    for future in as_completed(futures):
+        for source, problem in future.result():
+            if problem is None:
+                done += 1
+            else:
+                failures.append(problem if source in problem else f"{source}: {problem}")
+    return done, failures
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("input", help="folder searched for .flt files")
+    parser.add_argument("output", help="folder receiving the .npy and .json files")
+    parser.add_argument("--scheduler", help="address of a running Dask scheduler "
+                        "(default: a LocalCluster on this machine)")
+    parser.add_argument("--workers", type=int, default=2, help="LocalCluster workers (default 2)")
+    arguments = parser.parse_args()
+
+    from dask.distributed import Client, LocalCluster
+
+    cluster = None
+    if arguments.scheduler:
+        client = Client(arguments.scheduler)
+    else:
+        cluster = LocalCluster(n_workers=arguments.workers, threads_per_worker=1,
+                               processes=True, dashboard_address=None)
+        client = Client(cluster)
+    try:
+        started = time.monotonic()
+        done, failures = run(arguments.input, arguments.output, client)
+        seconds = time.monotonic() - started
+    finally:
+        client.close()
+        if cluster is not None:
+            cluster.close()
+    for failure in failures:
+        print(failure, file=sys.stderr)
+    rate = (done + len(failures)) / seconds if seconds > 0 else 0.0
+    print(f"{done} files done, {len(failures)} failed, {rate:.1f} files/s")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,240 @@
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include "Bindings.h"
+#include "Kiv/Access/Failure.h"
+#include "Kiv/Access/FileAccess.h"
+#include "Kiv/Access/FileFacts.h"
+#include "Kiv/Access/Latin1.h"
+#include "Kiv/Access/ValueView.h"
+
+namespace Kiv::Python
+{
+
+using namespace Kiv::Access;
+using Kiv::DataCore::DataFile;
+using Kiv::DataCore::FloatMatrix;
+
+namespace
+{
+
+// Module-load warnings go through Python's warnings, where a Python user looks for them.
+void LoadModulesWarningInPython()
+{
+    std::vector<std::string> warnings;
+    {
+        py::gil_scoped_release released;
+        LoadFileTypeModules([&warnings](const std::string& warning)
+                            { warnings.push_back(warning); });
+    }
+    for (const auto& warning : warnings)
+    {
+        PyErr_WarnEx(PyExc_RuntimeWarning, ("kiv: " + warning).c_str(), 1);
+    }
+}
+
+// A read-only float32 view of samples owned by holder; the array's base keeps holder, and so
+// the samples, alive after the file is closed or collected.
+template <class Holder>
+py::array_t<float> SharedSamples(Holder holder, const float* samples, std::size_t rows,
+                                 std::size_t columns)
+{
+    auto* const owner = new Holder(std::move(holder));
+    py::capsule base(owner, [](void* held) { delete static_cast<Holder*>(held); });
+    py::array_t<float> array({rows, columns}, {columns * sizeof(float), sizeof(float)}, samples,
+                             base);
+    py::detail::array_proxy(array.ptr())->flags &= ~py::detail::npy_api::NPY_ARRAY_WRITEABLE_;
+    return array;
+}
+
+// An opened file as Python sees it. Closing drops the host's file; arrays handed out
+// before keep their own samples.
+class File
+{
+public:
+    explicit File(std::string path) : m_Path(std::move(path))
+    {
+        LoadModulesWarningInPython();
+        py::gil_scoped_release released;
+        m_File = OpenForReading(m_Path);
+    }
+
+    const std::string& Path() const { return m_Path; }
+
+    std::string FileType() { return ToDisplayText(Open().GetFileType()); }
+
+    std::string Kind()
+    {
+        if (FindImage(Open()))
+        {
+            return "image";
+        }
+        return FindForceCurves(Open()) ? "force" : "other";
+    }
+
+    py::dict Header() { return HeaderToPython(Open()); }
+
+    py::array_t<float> Image()
+    {
+        auto image = FindImage(Open());
+        if (!image)
+        {
+            Fail(m_Path + ": holds no image");
+        }
+        const float* const samples = MatrixSamples(*image);
+        const std::size_t rows = image->size1();
+        const std::size_t columns = image->size2();
+        return SharedSamples(std::move(image), samples, rows, columns);
+    }
+
+    py::array_t<float> Curves()
+    {
+        const auto curves = RequireCurves();
+        auto table = std::make_shared<CurveTable>(MakeCurveTable(*curves));
+        const float* const values = table->values.data();
+        const std::size_t points = table->points;
+        const std::size_t columns = table->columns;
+        return SharedSamples(std::move(table), values, points, columns);
+    }
+
+    std::vector<std::string> Labels()
+    {
+        RequireCurves();
+        std::vector<std::string> labels;
+        for (const auto& label : FindCurveLabels(Open()))
+        {
+            labels.push_back(Latin1ToUtf8(label));
+        }
+        return labels;
+    }
+
+    py::object CurvesFrame()
+    {
+        py::module_ pandas;
+        try
+        {
+            pandas = py::module_::import("pandas");
+        }
+        catch (const py::error_already_set&)
+        {
+            throw py::import_error("kiv: File.curves_frame() needs pandas; install python3-pandas "
+                                   "or use File.curves and File.labels");
+        }
+        const auto labels = Labels();
+        const auto curves = Curves();
+        py::object columns = py::none();
+        if (labels.size() == static_cast<std::size_t>(curves.shape(1)))
+        {
+            columns = py::cast(labels);
+        }
+        return pandas.attr("DataFrame")(curves, py::arg("columns") = columns);
+    }
+
+    std::pair<py::object, py::object> ScanSize() { return Geometry(false); }
+    std::pair<py::object, py::object> PixelSize() { return Geometry(true); }
+
+    void Close() { m_File.reset(); }
+
+private:
+    DataFile& Open()
+    {
+        if (!m_File)
+        {
+            Fail(m_Path + ": the file is closed");
+        }
+        return *m_File;
+    }
+
+    boost::shared_ptr<Kiv::DataCore::FloatMatrixList> RequireCurves()
+    {
+        auto curves = FindForceCurves(Open());
+        if (!curves)
+        {
+            Fail(m_Path + ": holds no force curves");
+        }
+        return curves;
+    }
+
+    std::pair<py::object, py::object> Geometry(bool perPixel)
+    {
+        const auto image = FindImage(Open());
+        if (!image)
+        {
+            Fail(m_Path + ": holds no image");
+        }
+        const auto geometry = ReadImageGeometry(Open(), *image);
+        const auto toPython = [](const std::optional<double>& metres)
+        { return metres ? py::object(py::float_(*metres)) : py::object(py::none()); };
+        if (perPixel)
+        {
+            return {toPython(geometry.PixelWidthMetres()), toPython(geometry.PixelHeightMetres())};
+        }
+        return {toPython(geometry.widthMetres), toPython(geometry.heightMetres)};
+    }
+
+    std::string m_Path;
+    boost::shared_ptr<DataFile> m_File;
+};
+
+} // namespace
+
+void BindFile(py::module_& module)
+{
+    py::class_<File>(module, "File",
+                     "A file read through its file type's module (see kiv.open).\n\n"
+                     ">>> with kiv.open('scan.flt') as f:\n"
+                     "...     f.image.shape, f.scan_size, f.header['[Data Parameters]']['Title']")
+        .def(py::init<std::string>(), py::arg("path"), "Opens the file at path (see kiv.open).")
+        .def_property_readonly("path", &File::Path, "The path the file was opened with.")
+        .def_property_readonly("file_type", &File::FileType,
+                               "The file type that read it, e.g. 'Pelrix Data File'.")
+        .def_property_readonly("kind", &File::Kind, "'image' for a scan, 'force' for force curves.")
+        .def_property_readonly("header", &File::Header,
+                               "The header in file order: {section: {key: value}}.\n"
+                               "Texts are str, whole numbers int, other numbers float, numbers "
+                               "with a unit kiv.Quantity.\n"
+                               ">>> f.header['[Data Parameters]']['ScanRangeX'].to('m')")
+        .def_property_readonly("image", &File::Image,
+                               "The image as a read-only float32 array (rows, columns) sharing "
+                               "the file's samples;\nit stays valid after the file is closed.\n"
+                               ">>> f.image.mean()")
+        .def_property_readonly("scan_size", &File::ScanSize,
+                               "(x, y): the scanned width and height in metres (None when the "
+                               "header gives no length).")
+        .def_property_readonly("pixel_size", &File::PixelSize,
+                               "(x, y): the size of one pixel in metres.")
+        .def_property_readonly("curves", &File::Curves,
+                               "Force curves: float32 array (points, 4 x series), NaN where a "
+                               "point holds fewer values.\n>>> f.curves[:, 0]")
+        .def_property_readonly("labels", &File::Labels,
+                               "The force curves' column labels, split at commas and trimmed.")
+        .def("curves_frame", &File::CurvesFrame,
+             "The force curves as a pandas.DataFrame with the labels as columns.\n"
+             ">>> f.curves_frame().describe()")
+        .def("close", &File::Close, "Releases the file; arrays taken before stay valid.")
+        .def("__enter__", [](py::object self) { return self; })
+        .def("__exit__", [](File& file, py::args) { file.Close(); })
+        .def("__repr__", [](const File& file) { return "<kiv.File '" + file.Path() + "'>"; });
+
+    module.def(
+        "open", [](const std::string& path) { return File(path); }, py::arg("path"),
+        "Opens a file through the registered file types.\n\n"
+        ">>> f = kiv.open('scan.flt')\n>>> f.image.shape\n\n"
+        "Raises FileNotFoundError/PermissionError, kiv.FormatError or kiv.Error.");
+    module.def(
+        "formats",
+        []
+        {
+            LoadModulesWarningInPython();
+            std::vector<std::string> types;
+            for (const auto& type : DataFile::ListFileTypes())
+            {
+                types.push_back(ToDisplayText(type.fileType));
+            }
+            return types;
+        },
+        "The registered file types, e.g. ['Pelrix Data File'].");
+}
+
+} // namespace Kiv::Python

@@ -1,0 +1,10 @@
+#include "Bindings.h"
+
+PYBIND11_MODULE(kiv, module)
+{
+    module.doc() = "Scanning-probe files as numpy arrays with their header.\n\n"
+                   ">>> import kiv\n>>> kiv.open('scan.flt').image.shape";
+    Kiv::Python::BindErrors(module);
+    Kiv::Python::BindQuantity(module);
+    Kiv::Python::BindFile(module);
+}
