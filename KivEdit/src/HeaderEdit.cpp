@@ -20,6 +20,20 @@ using namespace Kiv::DataCore;
 
 namespace
 {
+std::string ToHeaderText(const std::string& displayName, const std::string& what,
+                         const std::string& utf8)
+{
+    try
+    {
+        return Utf8ToLatin1(utf8);
+    }
+    catch (...)
+    {
+        Fail(displayName + ": cannot store the " + what +
+             " in the header: " + DescribeCurrentException());
+    }
+}
+
 // Whether the unit library knows the text as a unit.
 bool IsKnownUnit(const std::string& text)
 {
@@ -458,6 +472,20 @@ SaveProblems FindSaveProblems(const TreeSnapshot& before, DataFile& saved,
         }
     }
     return found;
+}
+
+HeaderEdit MakeSetEdit(const std::string& displayName, const std::string& section,
+                       const std::string& key, const std::string& value)
+{
+    return {HeaderEdit::Action::Set, ToHeaderText(displayName, "section name", section),
+            ToHeaderText(displayName, "key", key), ToHeaderText(displayName, "value", value)};
+}
+
+HeaderEdit MakeUnsetEdit(const std::string& displayName, const std::string& section,
+                         const std::string& key)
+{
+    return {HeaderEdit::Action::Unset, ToHeaderText(displayName, "section name", section),
+            ToHeaderText(displayName, "key", key), ""};
 }
 
 } // namespace Kiv::Edit

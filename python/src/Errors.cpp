@@ -1,8 +1,11 @@
 #include <cerrno>
 
+#include <pybind11/stl.h>
+
 #include "Bindings.h"
 #include "Kiv/Access/Failure.h"
 #include "Kiv/Access/Latin1.h"
+#include "Kiv/Edit/SafeSave.h"
 
 namespace Kiv::Python
 {
@@ -33,6 +36,10 @@ void BindErrors(py::module_& module)
                                                                  error.ptr());
     formatError.doc() = "No file type takes the file, or its type's module rejects it.";
 
+    static py::exception<Kiv::Edit::SaveRefused> saveRefused(module, "SaveRefused", error.ptr());
+    saveRefused.doc() = "A save that would drop content: .items lists it; save(allow_loss=True) "
+                        "saves without it.";
+
     py::register_exception_translator(
         [](std::exception_ptr thrown)
         {
@@ -46,6 +53,15 @@ void BindErrors(py::module_& module)
             catch (const Kiv::Access::SystemFailure& failure)
             {
                 RaiseOsError(failure);
+            }
+            catch (const Kiv::Edit::SaveRefused& refused)
+            {
+                // py::exception's own call operator only sets the error; build the instance
+                // through the class object so that it can carry the items.
+                py::object raised = py::reinterpret_borrow<py::object>(saveRefused.ptr())(
+                    py::str(Kiv::Access::ToDisplayText(refused.what())));
+                raised.attr("items") = py::cast(refused.Items());
+                PyErr_SetObject(saveRefused.ptr(), raised.ptr());
             }
             catch (const Kiv::Access::FormatFailure& failure)
             {

@@ -8,6 +8,9 @@
 #include "Kiv/Access/FileFacts.h"
 #include "Kiv/Access/Latin1.h"
 #include "Kiv/Access/ValueView.h"
+#include "Kiv/Edit/HeaderEdit.h"
+#include "Kiv/Edit/SafeSave.h"
+#include "Kiv/Export/Export.h"
 
 namespace Kiv::Python
 {
@@ -134,6 +137,64 @@ public:
     std::pair<py::object, py::object> ScanSize() { return Geometry(false); }
     std::pair<py::object, py::object> PixelSize() { return Geometry(true); }
 
+    // Edits wait for save(); what the open file can check cheaply (Latin-1, a value with a
+    // unit) fails here already, with the message save would give.
+    void Set(const std::string& section, const std::string& key, const std::string& value)
+    {
+        const auto edit = Kiv::Edit::MakeSetEdit(m_Path, section, key, value);
+        Kiv::Edit::PrepareEdit(Open(), edit, m_Path);
+        m_Edits.push_back(edit);
+    }
+
+    void Unset(const std::string& section, const std::string& key)
+    {
+        m_Edits.push_back(Kiv::Edit::MakeUnsetEdit(m_Path, section, key));
+    }
+
+    py::object Save(bool allowLoss, bool dryRun)
+    {
+        Open();
+        Kiv::Edit::SaveReport report;
+        {
+            py::gil_scoped_release released;
+            report = Kiv::Edit::SaveEdits(m_Path, m_Edits, {allowLoss, dryRun});
+            if (report.saved)
+            {
+                // Show the saved file, not the tree from before it.
+                m_File = OpenForReading(m_Path);
+            }
+        }
+        if (!dryRun)
+        {
+            m_Edits.clear();
+        }
+        return SaveReportToPython(report);
+    }
+
+    void Export(const std::string& outputPath, const std::string& formatName,
+                const std::string& colormap, std::optional<std::pair<double, double>> range,
+                bool overwrite)
+    {
+        const auto format = Kiv::Export::ParseFormat(formatName);
+        if (!format)
+        {
+            Fail(outputPath + ": unknown format \"" + formatName +
+                 "\"; formats: " + Kiv::Export::FormatNames());
+        }
+        if (!Kiv::Export::IsKnownColormap(colormap))
+        {
+            Fail(outputPath + ": unknown colour map \"" + colormap +
+                 "\"; colour maps: gray, afmhot, viridis");
+        }
+        if (range && !(range->first < range->second))
+        {
+            Fail(outputPath + ": range takes (min, max) with min below max");
+        }
+        DataFile& file = Open();
+        py::gil_scoped_release released;
+        Kiv::Export::ExportFile(file, m_Path, outputPath, *format, {colormap, range}, overwrite);
+    }
+
     void Close() { m_File.reset(); }
 
 private:
@@ -175,6 +236,7 @@ private:
 
     std::string m_Path;
     boost::shared_ptr<DataFile> m_File;
+    std::vector<Kiv::Edit::HeaderEdit> m_Edits;
 };
 
 } // namespace
@@ -212,6 +274,28 @@ void BindFile(py::module_& module)
         .def("curves_frame", &File::CurvesFrame,
              "The force curves as a pandas.DataFrame with the labels as columns.\n"
              ">>> f.curves_frame().describe()")
+        .def("set", &File::Set, py::arg("section"), py::arg("key"), py::arg("value"),
+             "Queues storing value (a str, as kiv set takes it) under key of section; save() "
+             "writes it.\n"
+             "A key holding a length needs a unit ('20 um' is stored as '20 \u00b5m').\n"
+             ">>> f.set('[Data Parameters]', 'Title', 'tip 3')")
+        .def("unset", &File::Unset, py::arg("section"), py::arg("key"),
+             "Queues removing key from section; save() writes it.")
+        .def("save", &File::Save, py::arg("allow_loss") = false, py::arg("dry_run") = false,
+             "Saves the queued edits safely: the file is replaced by a verified new version or "
+             "left unchanged.\n"
+             "Returns a kiv.SaveReport; after a real save header and image show the saved file.\n"
+             "Raises kiv.SaveRefused (.items) when the save would drop content, unless "
+             "allow_loss.\n"
+             "dry_run writes nothing and keeps the edits queued.\n"
+             ">>> f.save(dry_run=True).diff")
+        .def("export", &File::Export, py::arg("path"), py::arg("format"),
+             py::arg("colormap") = "gray", py::arg("range") = py::none(),
+             py::arg("overwrite") = false,
+             "Writes the data to path as format: gsf, npy, tiff, csv, tsv or png.\n"
+             "colormap ('gray', 'afmhot', 'viridis') and range ((min, max)) shape a png "
+             "preview;\nan existing path is kept unless overwrite.\n"
+             ">>> f.export('scan.npy', 'npy')")
         .def("close", &File::Close, "Releases the file; arrays taken before stay valid.")
         .def("__enter__", [](py::object self) { return self; })
         .def("__exit__", [](File& file, py::args) { file.Close(); })

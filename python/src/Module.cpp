@@ -6,5 +6,6 @@ PYBIND11_MODULE(kiv, module)
                    ">>> import kiv\n>>> kiv.open('scan.flt').image.shape";
     Kiv::Python::BindErrors(module);
     Kiv::Python::BindQuantity(module);
+    Kiv::Python::BindSaveReport(module);
     Kiv::Python::BindFile(module);
 }

@@ -15,18 +15,6 @@ using namespace Kiv::Edit;
 
 namespace
 {
-std::string ToHeaderText(const std::string& path, const std::string& what, const std::string& utf8)
-{
-    try
-    {
-        return Utf8ToLatin1(utf8);
-    }
-    catch (...)
-    {
-        Fail(path + ": cannot store the " + what + " in the header: " + DescribeCurrentException());
-    }
-}
-
 // What a dry run would do: the header diff, the items the save would drop, the moved offset;
 // status 1 when the save would be refused.
 int ShowDryRun(std::ostream& out, const std::string& path, const SaveReport& report)
@@ -78,16 +66,14 @@ int Save(std::ostream& out, const std::string& path, const std::vector<HeaderEdi
 int RunSet(std::ostream& out, const std::string& path, const std::string& section,
            const std::string& key, const std::string& value, const SaveOptions& options)
 {
-    const HeaderEdit edit{HeaderEdit::Action::Set, ToHeaderText(path, "section name", section),
-                          ToHeaderText(path, "key", key), ToHeaderText(path, "value", value)};
+    const HeaderEdit edit = MakeSetEdit(path, section, key, value);
     return Save(out, path, {edit}, options, ", " + section + " " + key + " set");
 }
 
 int RunUnset(std::ostream& out, const std::string& path, const std::string& section,
              const std::string& key, const SaveOptions& options)
 {
-    const HeaderEdit edit{HeaderEdit::Action::Unset, ToHeaderText(path, "section name", section),
-                          ToHeaderText(path, "key", key), ""};
+    const HeaderEdit edit = MakeUnsetEdit(path, section, key);
     return Save(out, path, {edit}, options, ", " + section + " " + key + " removed");
 }
 

@@ -26,6 +26,14 @@ struct HeaderEdit
     std::string value;
 };
 
+// The edits a user asks for with UTF-8 texts (a command line, a Python str), as the header
+// holds them in Latin-1. Raises "FILE: cannot store the value in the header: ..." for a
+// character Latin-1 lacks, so that every front end words it the same.
+HeaderEdit MakeSetEdit(const std::string& displayName, const std::string& section,
+                       const std::string& key, const std::string& value);
+HeaderEdit MakeUnsetEdit(const std::string& displayName, const std::string& section,
+                         const std::string& key);
+
 // Raises "FILE: reason" when the edit cannot apply to the file: a section it does not have,
 // or, to unset, a key the section does not have.
 void CheckEditApplies(Kiv::DataCore::DataFile& file, const HeaderEdit& edit,
