@@ -10,7 +10,7 @@ packages=(
     libudunits2-dev libudunits2-data
     libexpat1-dev
     libcli11-dev nlohmann-json3-dev
-    rapidjson-dev
+    rapidjson-dev libxxhash-dev
     libtiff-dev libcairo2-dev fonts-dejavu-core
     python3-dev python3-pybind11 python3-numpy python3-pytest python3-pandas
     python3-dask python3-distributed python3-tifffile python3-pil

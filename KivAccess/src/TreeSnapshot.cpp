@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include <xxhash.h>
+
 #include "Kiv/Access/Latin1.h"
 #include "Kiv/Access/ValueView.h"
 
@@ -22,9 +24,19 @@ std::string DescribePath(const EntryPath& path)
     return text;
 }
 
+namespace
+{
+// XXH3 reads at memory speed, so the digest of an image costs a fraction of reading it.
+std::uint64_t Digest(const float* samples, std::size_t count)
+{
+    return XXH3_64bits(samples, count * sizeof(float));
+}
+} // namespace
+
 bool TreeSnapshot::Samples::SameAs(const Samples& other) const
 {
-    return shape == other.shape && values.size() == other.values.size() &&
+    return shape == other.shape && count == other.count && digest == other.digest &&
+           values.size() == other.values.size() &&
            (values.empty() ||
             std::memcmp(values.data(), other.values.data(), values.size() * sizeof(float)) == 0);
 }
@@ -47,16 +59,22 @@ void TreeSnapshot::Collect(DataContainer& container, EntryPath& path)
     {
         path.push_back(key);
         m_Index[path] = m_Renderings.size();
-        m_Renderings.emplace_back(path, RenderValue(object));
+        const auto matrix = ValueOf<FloatMatrix>(object);
+        // A matrix's samples are compared exactly below: its figures (a pass over every
+        // sample) would only repeat that comparison, so its rendering is its shape.
+        m_Renderings.emplace_back(path, matrix ? KindName(*object) + ", " +
+                                                     std::to_string(matrix->size1()) + " x " +
+                                                     std::to_string(matrix->size2())
+                                               : RenderValue(object));
         if (const auto child = boost::dynamic_pointer_cast<DataContainer>(object))
         {
             Collect(*child, path);
         }
-        else if (const auto matrix = ValueOf<FloatMatrix>(object))
+        else if (matrix)
         {
             const float* const begin = MatrixSamples(*matrix);
-            m_Samples[path] = {{matrix->size1(), matrix->size2()},
-                               std::vector<float>(begin, begin + matrix->data().size())};
+            const std::size_t count = matrix->data().size();
+            m_Samples[path] = {{matrix->size1(), matrix->size2()}, {}, count, Digest(begin, count)};
         }
         else if (const auto list = ValueOf<FloatMatrixList>(object))
         {
@@ -68,6 +86,8 @@ void TreeSnapshot::Collect(DataContainer& container, EntryPath& path)
                 const float* const begin = MatrixSamples(item);
                 samples.values.insert(samples.values.end(), begin, begin + item.data().size());
             }
+            samples.count = samples.values.size();
+            samples.digest = Digest(samples.values.data(), samples.count);
         }
         path.pop_back();
     }

@@ -293,7 +293,7 @@ std::string ShapeText(const TreeSnapshot::Samples& samples)
                " samples";
     }
     return std::to_string(samples.shape.size() / 2) + " curves of " +
-           std::to_string(samples.values.size()) + " values";
+           std::to_string(samples.count) + " values";
 }
 
 std::string FindDataProblem(const TreeSnapshot& before, const TreeSnapshot& after,

@@ -129,8 +129,26 @@ void TemporaryCopy::CreateHidden(const std::filesystem::path& targetPath, int so
 
 void TemporaryCopy::CopyInto(int source, int copy) const
 {
+    // The kernel copies (or shares extents) without the bytes passing through this process;
+    // where it cannot (other file systems, old kernels) the loop below copies what is left.
+    off_t offset = 0;
+    for (;;)
+    {
+        loff_t from = offset;
+        const ssize_t copied =
+            ::copy_file_range(source, &from, copy, nullptr, std::size_t(1) << 30, 0);
+        if (copied < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (copied <= 0)
+        {
+            break;
+        }
+        offset += copied;
+    }
     std::vector<char> buffer(1 << 16);
-    for (off_t offset = 0;;)
+    for (;;)
     {
         const ssize_t got = ::pread(source, buffer.data(), buffer.size(), offset);
         if (got < 0 && errno == EINTR)
