@@ -41,8 +41,9 @@ def convert(source, target_stem):
             header = header_to_json(data.header)
         os.makedirs(os.path.dirname(target_stem) or ".", exist_ok=True)
         numpy.save(target_stem + ".npy", samples)
+        # json.dumps runs the C encoder; json.dump would write piece by piece in Python.
         with open(target_stem + ".json", "w", encoding="utf-8") as out:
-            json.dump(header, out, ensure_ascii=False)
+            out.write(json.dumps(header, ensure_ascii=False))
         return None
     except (kiv.Error, OSError) as error:
         return str(error)

@@ -105,7 +105,7 @@ void TemporaryCopy::CreateHidden(const std::filesystem::path& targetPath, int so
     std::string pattern =
         (std::filesystem::path(m_Folder) / ("." + targetPath.filename().string() + ".kiv-XXXXXX"))
             .string();
-    Descriptor copy(m_RemoveOnInterrupt.CreateTemporaryFile(pattern));
+    Descriptor copy(Kiv::Access::InterruptCleanup::CreateTemporaryFile(pattern, m_Watch));
     if (copy.Get() < 0)
     {
         FailWithErrno("cannot create a temporary file in \"" + m_Folder + "\"");
@@ -123,6 +123,7 @@ void TemporaryCopy::CreateHidden(const std::filesystem::path& targetPath, int so
     catch (...)
     {
         ::unlink(m_Path.c_str());
+        Kiv::Access::InterruptCleanup::Release(m_Watch);
         throw;
     }
 }
@@ -201,6 +202,7 @@ TemporaryCopy::~TemporaryCopy()
     {
         ::unlink(m_Path.c_str());
     }
+    Kiv::Access::InterruptCleanup::Release(m_Watch);
 }
 
 void TemporaryCopy::SyncToDisk()
@@ -249,7 +251,8 @@ void TemporaryCopy::ReplaceTarget(mode_t permissions)
         FailWithErrno("cannot put the saved copy in the file's place");
     }
     m_Replaced = true;
-    m_RemoveOnInterrupt.Release();
+    Kiv::Access::InterruptCleanup::Release(m_Watch);
+    m_Watch = Kiv::Access::InterruptCleanup::NOT_WATCHED;
     // The rename is done; a folder that cannot be synced only loses durability, not data.
     Descriptor folder(::open(m_Folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.Get() >= 0)

@@ -5,7 +5,7 @@
 
 #include <sys/types.h>
 
-#include "RemoveOnInterrupt.h"
+#include "Kiv/Access/InterruptCleanup.h"
 
 namespace Kiv::Edit
 {
@@ -14,8 +14,8 @@ namespace Kiv::Edit
 // file's place is one atomic rename. Where the file system allows, the copy has no name at all
 // (O_TMPFILE) until it is complete and verified, so that a save killed at any moment leaves
 // nothing behind; elsewhere it is a hidden file, removed unless it replaced the file, also when
-// kiv is interrupted or terminated. Path() opens the copy in either case. Failures raise
-// "DISPLAYNAME: not saved: reason".
+// a front end that watches signals is interrupted or terminated. Path() opens the copy in either
+// case. Failures raise "DISPLAYNAME: not saved: reason".
 class TemporaryCopy
 {
 public:
@@ -51,7 +51,7 @@ private:
     std::string m_Path;
     bool m_Replaced = false;
     int m_Unnamed = -1; // the unnamed copy's descriptor; -1 for a hidden file
-    RemoveOnInterrupt m_RemoveOnInterrupt;
+    std::size_t m_Watch = Kiv::Access::InterruptCleanup::NOT_WATCHED;
 };
 
 } // namespace Kiv::Edit

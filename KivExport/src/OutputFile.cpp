@@ -6,13 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "InterruptCleanup.h"
 #include "Kiv/Access/Failure.h"
+#include "Kiv/Access/InterruptCleanup.h"
 
 namespace Kiv::Export
 {
 
 using Kiv::Access::FailWithSystemError;
+using Kiv::Access::InterruptCleanup;
 
 namespace
 {

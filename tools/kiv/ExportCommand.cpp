@@ -163,7 +163,6 @@ int RunExport(std::ostream& out, std::ostream& err, const ExportArguments& argum
     {
         observer.progress = [&](const Kiv::Export::BatchProgress& step) { progress.Show(step); };
     }
-    Kiv::Export::RemoveTemporaryOutputsOnInterrupt();
     const auto summary = Kiv::Export::RunBatchExport(request, observer);
     progress.Clear();
     out << SummaryLine(summary) << '\n';

@@ -9,6 +9,7 @@
 
 #include "Commands.h"
 #include "Kiv/Access/Failure.h"
+#include "Kiv/Access/InterruptCleanup.h"
 #include "WarningReporter.h"
 
 namespace
@@ -175,6 +176,8 @@ int main(int argc, char** argv)
     // temporary file behind; ignored, the write fails with EFBIG and is reported as any other
     // failed save.
     std::signal(SIGXFSZ, SIG_IGN);
+    // Ctrl-C during a save or an export removes its temporary files before kiv ends.
+    Kiv::Access::RemoveWatchedFilesOnInterrupt();
     CLI::App app("Inspect and edit data files through the host's file-type modules.", "kiv");
     app.set_version_flag("--version", std::string("kiv ") + KIV_VERSION);
     Arguments arguments;

@@ -52,8 +52,4 @@ void ExportFile(Kiv::DataCore::DataFile& file, const std::string& sourcePath,
                 const std::string& outputPath, Format format, const ExportOptions& options = {},
                 bool overwrite = false);
 
-// For a front end that owns its process (kiv, not a Python interpreter): on SIGINT, SIGTERM or
-// SIGHUP, remove the temporary outputs being written, then end as the signal would.
-void RemoveTemporaryOutputsOnInterrupt();
-
 } // namespace Kiv::Export

@@ -1,14 +1,15 @@
-#include "InterruptCleanup.h"
+#include "Kiv/Access/InterruptCleanup.h"
 
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <pthread.h>
 #include <unistd.h>
 
-#include "Kiv/Export/Export.h"
-
-namespace Kiv::Export
+namespace Kiv::Access
 {
 
 namespace
@@ -27,7 +28,7 @@ Slot g_Slots[SLOT_COUNT];
 
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-extern "C" void RemoveOutputsAndReraise(int signalNumber)
+extern "C" void RemoveWatchedAndReraise(int signalNumber)
 {
     for (Slot& slot : g_Slots)
     {
@@ -38,6 +39,17 @@ extern "C" void RemoveOutputsAndReraise(int signalNumber)
     }
     // Installed with SA_RESETHAND: the signal's own action ends the process now.
     ::raise(signalNumber);
+}
+
+sigset_t WatchedSet()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signalNumber : WATCHED_SIGNALS)
+    {
+        sigaddset(&set, signalNumber);
+    }
+    return set;
 }
 } // namespace
 
@@ -70,7 +82,20 @@ void InterruptCleanup::Release(std::size_t slot)
     }
 }
 
-void RemoveTemporaryOutputsOnInterrupt()
+int InterruptCleanup::CreateTemporaryFile(std::string& pattern, std::size_t& watch)
+{
+    const sigset_t watched = WatchedSet();
+    sigset_t previousMask;
+    pthread_sigmask(SIG_BLOCK, &watched, &previousMask);
+    const int descriptor = ::mkstemp(pattern.data());
+    const int error = errno;
+    watch = descriptor >= 0 ? Watch(pattern) : NOT_WATCHED;
+    pthread_sigmask(SIG_SETMASK, &previousMask, nullptr);
+    errno = error;
+    return descriptor;
+}
+
+void RemoveWatchedFilesOnInterrupt()
 {
     for (const int signalNumber : WATCHED_SIGNALS)
     {
@@ -86,11 +111,11 @@ void RemoveTemporaryOutputsOnInterrupt()
         struct sigaction action
         {
         };
-        action.sa_handler = RemoveOutputsAndReraise;
+        action.sa_handler = RemoveWatchedAndReraise;
         action.sa_flags = SA_RESETHAND;
         sigemptyset(&action.sa_mask);
         sigaction(signalNumber, &action, nullptr);
     }
 }
 
-} // namespace Kiv::Export
+} // namespace Kiv::Access
