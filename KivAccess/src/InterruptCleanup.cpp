@@ -22,7 +22,7 @@ struct Slot
 {
     std::atomic<bool> taken{false};
     std::atomic<bool> armed{false};
-    char path[PATH_MAX];
+    char path[PATH_MAX] = {}; // zeroed, so the table is static data, not built at load time
 };
 Slot g_Slots[SLOT_COUNT];
 
