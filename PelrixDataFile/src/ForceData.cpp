@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "FixedSixText.h"
 #include "Kiv/Core/AllocationLimit.h"
 #include "PelrixIdentity.h"
 #include "SectionValues.h"
@@ -285,14 +286,12 @@ void PelrixDataFile::WriteForceData()
         {
             // A matrix shorter than the line is the caller's error; write 0 rather than read
             // past its end.
-            const double value = static_cast<std::size_t>(j) < curve.size1() && curve.size2() > 0
-                                     ? static_cast<double>(curve(static_cast<std::size_t>(j), 0))
-                                     : 0.0;
-            // to_chars with precision 6 prints exactly what printf's "%f" prints, at a fraction
-            // of its cost; the widest float needs 47 characters, so 50 always do.
-            char* const end = std::to_chars(number, number + sizeof number - 1, value,
-                                            std::chars_format::fixed, 6)
-                                  .ptr;
+            const float value = static_cast<std::size_t>(j) < curve.size1() && curve.size2() > 0
+                                    ? curve(static_cast<std::size_t>(j), 0)
+                                    : 0.0f;
+            // Exactly what printf's "%f" prints, at a fraction of its cost; the widest float
+            // needs 47 characters, so 50 always do.
+            char* const end = WriteFixedSix(number, value);
             *end = j + 1 < valuesPerLine ? '\t' : '\n';
             line.append(number, static_cast<std::size_t>(end + 1 - number));
         }
