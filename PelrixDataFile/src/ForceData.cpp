@@ -24,11 +24,60 @@ namespace
 {
 constexpr long DEFAULT_FORCE_LINES = 16384;
 
+// The form force files are written in, "-12.345678" and the like: the digits gathered into one
+// integer and divided once by a power of ten. While the integer is below 2^53 and the power at
+// most 10^22 both are exact doubles, so the one correctly rounded division gives the value a
+// correct strtod gives. Anything else (more digits, an exponent, trailing text) returns false.
+bool ParsePlainDecimal(const char* begin, const char* end, double& value)
+{
+    static constexpr double POWERS_OF_TEN[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                               1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                               1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    const bool negative = begin != end && *begin == '-';
+    const char* at = negative ? begin + 1 : begin;
+    std::uint64_t digits = 0;
+    int digitCount = 0;
+    int decimals = 0;
+    bool point = false;
+    for (; at != end; ++at)
+    {
+        if (*at >= '0' && *at <= '9')
+        {
+            if (++digitCount > 16)
+            {
+                return false;
+            }
+            digits = digits * 10 + static_cast<std::uint64_t>(*at - '0');
+            decimals += point ? 1 : 0;
+        }
+        else if (*at == '.' && !point)
+        {
+            point = true;
+        }
+        else
+        {
+            return false;
+        }
+    }
+    if (digitCount == 0 || digits > (std::uint64_t{1} << 53))
+    {
+        return false;
+    }
+    const double magnitude = static_cast<double>(digits) / POWERS_OF_TEN[decimals];
+    value = negative ? -magnitude : magnitude;
+    return true;
+}
+
 // C's atof on one token: leading numeric text counts, anything unparsable gives 0. The common
-// decimal form takes the fast path; signs, blanks, hexadecimal and out-of-range texts go
+// decimal forms take the fast paths; signs, blanks, hexadecimal and out-of-range texts go
 // through strtod itself so that every token reads exactly as atof reads it.
 double ParseForceValue(const char* begin, const char* end)
 {
+    double plain = 0.0;
+    if (ParsePlainDecimal(begin, end, plain))
+    {
+        return plain;
+    }
     if (begin != end && (*begin == '-' || *begin == '.' || (*begin >= '0' && *begin <= '9')))
     {
         double value = 0.0;

@@ -3,6 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -141,6 +148,63 @@ TEST(ForceData, ValuesReadAsAtofReadsThem)
     EXPECT_EQ(values[5], 2.5f);
     EXPECT_TRUE(std::isinf(values[6]) && values[6] > 0);
     EXPECT_EQ(values[7], 0.03f);
+}
+
+// Plain decimals take a fast path of their own: thousands of them, of every length up to past
+// what it takes, must read bit for bit as atof reads them.
+TEST(ForceData, PlainDecimalsReadAsAtofReadsThem)
+{
+    std::mt19937 random(11);
+    std::vector<std::string> tokens{"-0",
+                                    "-0.000000",
+                                    "0.",
+                                    ".5",
+                                    "9007199254740993",
+                                    "900719925474099.3",
+                                    "1.00000000000000000001"};
+    // Texts a hair either side of the midpoint between two floats, where the float depends on
+    // the last bit of the double in between.
+    for (int i = 0; i < 1000; ++i)
+    {
+        const float low = std::uniform_real_distribution<float>(1e-3f, 1e6f)(random);
+        const double middle =
+            (static_cast<double>(low) + std::nextafter(low, std::numeric_limits<float>::max())) / 2;
+        char text[40];
+        std::snprintf(text, sizeof text, i % 2 ? "%.16g" : "%.15g", middle);
+        tokens.emplace_back(text);
+    }
+    while (tokens.size() < 4000) // whole lines of four
+    {
+        std::string token = random() % 2 ? "-" : "";
+        const int whole = static_cast<int>(random() % 12);
+        const int fraction = static_cast<int>(random() % 14);
+        for (int d = 0; d < whole; ++d)
+        {
+            token += static_cast<char>('0' + random() % 10);
+        }
+        token += fraction > 0 || whole == 0 ? "." : "";
+        for (int d = 0; d < std::max(fraction, whole == 0 ? 1 : 0); ++d)
+        {
+            token += static_cast<char>('0' + random() % 10);
+        }
+        tokens.push_back(token);
+    }
+    std::string data;
+    for (std::size_t i = 0; i < tokens.size(); ++i)
+    {
+        data += tokens[i] + (i % 4 == 3 ? "\n" : "\t");
+    }
+    TempFolder folder;
+    const auto file = OpenForce(folder, "1", std::to_string(tokens.size() / 4), data);
+    const auto curves = Curves(*file);
+    ASSERT_EQ(curves.size(), tokens.size() / 4);
+    for (std::size_t i = 0; i < tokens.size(); ++i)
+    {
+        const float expected = static_cast<float>(std::atof(tokens[i].c_str()));
+        const float read = curves[i / 4](i % 4, 0);
+        EXPECT_EQ(std::memcmp(&read, &expected, sizeof read), 0)
+            << tokens[i] << " read as " << read << ", atof gives " << expected;
+    }
 }
 
 TEST(ForceData, WithoutAPointCountReadsAtMost16384Lines)
