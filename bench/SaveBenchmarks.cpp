@@ -71,7 +71,7 @@ std::string CheckImageSaves(const PreparedFile& file)
     auto opened = OpenForReadWrite(file.path);
     ChangeImageValue(*opened, 5);
     opened->Close();
-    long stored = 0;
+    Kiv::DataCore::HostLong stored = 0;
     OpenForReading(file.path)
         ->GetSubData({"[Data Parameters]"}, false)
         ->Get("Color Table Index", stored);
