@@ -1,7 +1,9 @@
 // 32-bit float TIFF through libtiff, calibrated the way ImageJ and Fiji read it: ImageJ's own
 // ImageDescription (unit, display range) and XResolution/YResolution as pixels per that unit.
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -44,16 +46,32 @@ const LengthUnit& ReadableUnit(double pixelMetres)
 // without branches on the common path, since a large image is read again just for them.
 std::optional<std::pair<float, float>> FiniteRange(const float* samples, std::size_t count)
 {
-    float low = std::numeric_limits<float>::infinity();
-    float high = -low;
-    for (std::size_t i = 0; i < count; ++i)
+    // Eight independent bounds a side, which the compiler turns into vector minimum and maximum
+    // instructions: "value < low ? value : low" is exactly what they compute, NaN included.
+    constexpr std::size_t LANES = 8;
+    float lows[LANES];
+    float highs[LANES];
+    std::fill(std::begin(lows), std::end(lows), std::numeric_limits<float>::infinity());
+    std::fill(std::begin(highs), std::end(highs), -std::numeric_limits<float>::infinity());
+    std::size_t i = 0;
+    for (; i + LANES <= count; i += LANES)
     {
-        // NaN fails both comparisons and infinities cannot move a bound past themselves, so
-        // only they need a second look.
-        const float value = samples[i];
-        low = value < low ? value : low;
-        high = value > high ? value : high;
+        for (std::size_t lane = 0; lane < LANES; ++lane)
+        {
+            // NaN fails both comparisons and infinities cannot move a bound past themselves,
+            // so only they need a second look.
+            const float value = samples[i + lane];
+            lows[lane] = value < lows[lane] ? value : lows[lane];
+            highs[lane] = value > highs[lane] ? value : highs[lane];
+        }
     }
+    for (std::size_t lane = 0; i < count; ++i, ++lane)
+    {
+        lows[lane] = samples[i] < lows[lane] ? samples[i] : lows[lane];
+        highs[lane] = samples[i] > highs[lane] ? samples[i] : highs[lane];
+    }
+    float low = *std::min_element(std::begin(lows), std::end(lows));
+    float high = *std::max_element(std::begin(highs), std::end(highs));
     if (std::isfinite(low) && std::isfinite(high))
     {
         return std::make_pair(low, high);
@@ -174,7 +192,7 @@ private:
         Set(TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
         Set(TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
         Set(TIFFTAG_COMPRESSION, COMPRESSION_NONE);
-        Set(TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(m_Tiff.get(), 0));
+        Set(TIFFTAG_ROWSPERSTRIP, static_cast<unsigned>(RowsPerStrip()));
         Set(TIFFTAG_RESOLUTIONUNIT, RESUNIT_NONE);
 
         const auto pixelWidth = geometry.PixelWidthMetres();
@@ -199,20 +217,36 @@ private:
         }
     }
 
+    // Strips of about a megabyte: few enough writes to run at the speed of the disk, small
+    // enough for any reader to take one at a time.
+    std::size_t RowsPerStrip() const
+    {
+        const std::size_t rowBytes = std::max<std::size_t>(1, m_Source.geometry.columns) * 4;
+        return std::clamp<std::size_t>(STRIP_BYTES / rowBytes, 1,
+                                       std::max<std::size_t>(1, m_Source.geometry.rows));
+    }
+
     void WriteRows()
     {
-        const std::size_t columns = m_Source.geometry.columns;
-        const float* samples = m_Source.ImageSamples();
-        for (std::size_t row = 0; row < m_Source.geometry.rows; ++row)
+        const std::size_t rowBytes = m_Source.geometry.columns * sizeof(float);
+        const std::size_t rowsPerStrip = RowsPerStrip();
+        const auto* samples = reinterpret_cast<const char*>(m_Source.ImageSamples());
+        uint32_t strip = 0;
+        for (std::size_t row = 0; row < m_Source.geometry.rows; row += rowsPerStrip, ++strip)
         {
-            // libtiff takes a non-const buffer but only reads it when nothing is compressed.
-            auto* line = const_cast<float*>(samples + row * columns);
-            if (TIFFWriteScanline(m_Tiff.get(), line, static_cast<uint32_t>(row), 0) < 0)
+            const std::size_t rows = std::min(rowsPerStrip, m_Source.geometry.rows - row);
+            // Nothing is compressed, so the samples as they lie in memory (this machine's byte
+            // order, which the file's header states) are the strip; libtiff only reads them.
+            auto* bytes = const_cast<char*>(samples + row * rowBytes);
+            if (TIFFWriteRawStrip(m_Tiff.get(), strip, bytes,
+                                  static_cast<tmsize_t>(rows * rowBytes)) < 0)
             {
                 Fail("cannot write the TIFF samples");
             }
         }
     }
+
+    static constexpr std::size_t STRIP_BYTES = std::size_t{1} << 20;
 
     const ExportSource& m_Source;
     OutputFile& m_Output;

@@ -99,6 +99,27 @@ def test_image_csv_is_the_matrix_after_the_size_comments(tmp_path):
     np.testing.assert_array_equal(frame.to_numpy().astype(np.float32), image_samples())
 
 
+@pytest.mark.parametrize("holes", [[], [np.nan], [np.inf, -np.inf], [np.nan, np.inf]])
+def test_tiff_display_range_leaves_out_samples_that_are_not_finite(tmp_path, holes):
+    # 7 x 5: more than one block of the range pass, and a tail; the extremes far apart.
+    samples = np.random.default_rng(5).normal(size=(7, 5)).astype(np.float32)
+    samples[6, 4], samples[3, 2] = -40.0, 25.0
+    for index, hole in enumerate(holes):
+        samples.flat[index * 11] = hole
+    source = write_image_file(tmp_path / "holes.flt", samples)
+    with tifffile.TiffFile(export(source, "tiff", tmp_path / "holes.tiff")) as tiff:
+        np.testing.assert_array_equal(tiff.asarray(), samples)
+        assert (tiff.imagej_metadata["min"], tiff.imagej_metadata["max"]) == (-40.0, 25.0)
+
+
+def test_tiff_of_several_strips_reads_back_whole(tmp_path):
+    samples = np.arange(600 * 1000, dtype=np.float32).reshape(600, 1000)
+    source = write_image_file(tmp_path / "tall.flt", samples)
+    with tifffile.TiffFile(export(source, "tiff", tmp_path / "tall.tiff")) as tiff:
+        assert len(tiff.pages[0].dataoffsets) > 1
+        np.testing.assert_array_equal(tiff.asarray(), samples)
+
+
 def test_image_csv_keeps_nan_and_extreme_floats(tmp_path):
     samples = np.array([[np.nan, 3.4028235e38, -1.17549435e-38], [1e-45, -0.0, 0.1]], np.float32)
     source = write_image_file(tmp_path / "x.flt", samples)
