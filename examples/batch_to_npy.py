@@ -67,6 +67,25 @@ def convert_many(pairs):
     return [(source, convert(source, stem)) for source, stem in pairs]
 
 
+def worker_ready():
+    """Import what a conversion needs on a worker; return the error text when it cannot."""
+    try:
+        import numpy  # noqa: F401
+        import kiv  # noqa: F401
+    except ImportError as error:
+        return str(error)
+    return None
+
+
+def check_workers(client):
+    """Every worker imports kiv once before the work starts: a worker that cannot is named at
+    once, rather than failing every file sent to it, and the imports are not counted as work."""
+    problems = {worker: problem for worker, problem in client.run(worker_ready).items() if problem}
+    for worker, problem in sorted(problems.items()):
+        print(f"worker {worker}: {problem}", file=sys.stderr)
+    return not problems
+
+
 def run(input_folder, output_folder, client, chunk=None):
     """Convert everything; return (done, failures) with failures as one line each.
 
@@ -99,6 +118,8 @@ def main():
     parser.add_argument("--scheduler", help="address of a running Dask scheduler "
                         "(default: a LocalCluster on this machine)")
     parser.add_argument("--workers", type=int, default=2, help="LocalCluster workers (default 2)")
+    parser.add_argument("--processes", action="store_true",
+                        help="LocalCluster workers as processes rather than threads of this one")
     arguments = parser.parse_args()
 
     from dask.distributed import Client, LocalCluster
@@ -107,10 +128,14 @@ def main():
     if arguments.scheduler:
         client = Client(arguments.scheduler)
     else:
+        # kiv and numpy let go of the GIL while they read and write, so threads of one process
+        # convert side by side without shipping every result between processes.
         cluster = LocalCluster(n_workers=arguments.workers, threads_per_worker=1,
-                               processes=True, dashboard_address=None)
+                               processes=arguments.processes, dashboard_address=None)
         client = Client(cluster)
     try:
+        if not check_workers(client):
+            return 1
         started = time.monotonic()
         done, failures = run(arguments.input, arguments.output, client)
         seconds = time.monotonic() - started
