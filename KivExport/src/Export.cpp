@@ -5,6 +5,7 @@
 
 #include "ExportSource.h"
 #include "Kiv/Access/Failure.h"
+#include "PictureWriters.h"
 #include "Writers.h"
 
 namespace Kiv::Export
@@ -63,13 +64,13 @@ void WriteFormat(const ExportSource& source, OutputFile& output, Format format,
     case Format::Npy:
         return WriteNpy(source, output);
     case Format::Tiff:
-        return WriteTiff(source, output);
+        return LoadPictureWriters().writeTiff(source, output);
     case Format::Csv:
         return WriteTextTable(source, output, ',');
     case Format::Tsv:
         return WriteTextTable(source, output, '\t');
     case Format::Png:
-        return WritePngPreview(source, output, options);
+        return LoadPictureWriters().writePngPreview(source, output, options);
     }
 }
 } // namespace

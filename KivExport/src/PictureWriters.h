@@ -1,0 +1,25 @@
+#pragma once
+
+#include "Writers.h"
+
+namespace Kiv::Export
+{
+
+// The writers that need cairo and libtiff. They live in a module of their own, loaded the first
+// time a picture is written: the two libraries bring some 28 more with them, and every other
+// export (and every other kiv command) starts faster without them.
+struct PictureWriters
+{
+    void (*writeTiff)(const ExportSource& source, OutputFile& output);
+    void (*writePngPreview)(const ExportSource& source, OutputFile& output,
+                            const ExportOptions& options);
+};
+
+// Loads the module from the folder this library was loaded from, once; raises Failure when it
+// cannot.
+const PictureWriters& LoadPictureWriters();
+
+} // namespace Kiv::Export
+
+// What the module hands out; looked up by this name.
+extern "C" const Kiv::Export::PictureWriters* KivExportPictureWriters();
