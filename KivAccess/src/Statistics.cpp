@@ -53,6 +53,16 @@ bool AllFinite(const float* samples)
     return finite;
 }
 
+inline void AddFinite(LaneFigures& figures, std::size_t lane, double value, double shift)
+{
+    const double deviation = value - shift;
+    figures.sum[lane] += value;
+    figures.shiftedSum[lane] += deviation;
+    figures.shiftedSquares[lane] += deviation * deviation;
+    figures.minimum[lane] = std::min(figures.minimum[lane], value);
+    figures.maximum[lane] = std::max(figures.maximum[lane], value);
+}
+
 // Samples that are not finite are counted and left out of every figure.
 void AddSample(LaneFigures& figures, std::size_t lane, double value, double shift)
 {
@@ -61,12 +71,7 @@ void AddSample(LaneFigures& figures, std::size_t lane, double value, double shif
         ++figures.nonFinite;
         return;
     }
-    const double deviation = value - shift;
-    figures.sum[lane] += value;
-    figures.shiftedSum[lane] += deviation;
-    figures.shiftedSquares[lane] += deviation * deviation;
-    figures.minimum[lane] = std::min(figures.minimum[lane], value);
-    figures.maximum[lane] = std::max(figures.maximum[lane], value);
+    AddFinite(figures, lane, value, shift);
 }
 
 } // namespace
@@ -91,13 +96,7 @@ SampleStatistics ComputeStatistics(const float* samples, std::size_t count)
 #pragma GCC unroll 4
             for (std::size_t lane = 0; lane < LANES; ++lane)
             {
-                const double value = samples[i + lane];
-                const double deviation = value - shift;
-                figures.sum[lane] += value;
-                figures.shiftedSum[lane] += deviation;
-                figures.shiftedSquares[lane] += deviation * deviation;
-                figures.minimum[lane] = std::min(figures.minimum[lane], value);
-                figures.maximum[lane] = std::max(figures.maximum[lane], value);
+                AddFinite(figures, lane, samples[i + lane], shift);
             }
             continue;
         }

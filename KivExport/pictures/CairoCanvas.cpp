@@ -75,6 +75,14 @@ void CairoCanvas::SetColour(const Rgb& colour)
     cairo_set_source_rgb(m_Context, colour.red, colour.green, colour.blue);
 }
 
+void CairoCanvas::Line(const Rgb& colour, double x0, double y0, double x1, double y1)
+{
+    SetColour(colour);
+    cairo_move_to(m_Context, x0, y0);
+    cairo_line_to(m_Context, x1, y1);
+    cairo_stroke(m_Context);
+}
+
 void CairoCanvas::WritePng(OutputFile& output)
 {
     cairo_surface_flush(m_Surface);

@@ -32,6 +32,8 @@ public:
               bool bold = false);
     double TextWidth(const std::string& utf8, double size, bool bold = false);
     void SetColour(const Rgb& colour);
+    // A straight line in the colour, at the current line width.
+    void Line(const Rgb& colour, double x0, double y0, double x1, double y1);
 
     // Raises Failure naming the output when cairo cannot draw or write.
     void WritePng(OutputFile& output);

@@ -164,32 +164,19 @@ private:
 
     void DrawAxes()
     {
-        cairo_t* cr = m_Canvas.Context();
-        cairo_set_line_width(cr, 1.0);
+        cairo_set_line_width(m_Canvas.Context(), 1.0);
         for (const double tick : RoundTicks(m_X.first, m_X.second, 8))
         {
             const double x = std::round(ScreenX(tick)) + 0.5;
-            m_Canvas.SetColour(GRID);
-            cairo_move_to(cr, x, PLOT_TOP);
-            cairo_line_to(cr, x, PLOT_BOTTOM);
-            cairo_stroke(cr);
-            m_Canvas.SetColour(INK);
-            cairo_move_to(cr, x, PLOT_BOTTOM);
-            cairo_line_to(cr, x, PLOT_BOTTOM + 5);
-            cairo_stroke(cr);
+            m_Canvas.Line(GRID, x, PLOT_TOP, x, PLOT_BOTTOM);
+            m_Canvas.Line(INK, x, PLOT_BOTTOM, x, PLOT_BOTTOM + 5);
             m_Canvas.Text(LabelNumber(tick), x, PLOT_BOTTOM + 20, 12, CairoCanvas::Align::Centre);
         }
         for (const double tick : RoundTicks(m_Y.first, m_Y.second, 7))
         {
             const double y = std::round(ScreenY(tick)) + 0.5;
-            m_Canvas.SetColour(GRID);
-            cairo_move_to(cr, PLOT_LEFT, y);
-            cairo_line_to(cr, PLOT_RIGHT, y);
-            cairo_stroke(cr);
-            m_Canvas.SetColour(INK);
-            cairo_move_to(cr, PLOT_LEFT - 5, y);
-            cairo_line_to(cr, PLOT_LEFT, y);
-            cairo_stroke(cr);
+            m_Canvas.Line(GRID, PLOT_LEFT, y, PLOT_RIGHT, y);
+            m_Canvas.Line(INK, PLOT_LEFT - 5, y, PLOT_LEFT, y);
             m_Canvas.Text(LabelNumber(tick), PLOT_LEFT - 8, y + 4, 12, CairoCanvas::Align::Right);
         }
         if (m_Curves.empty())
@@ -198,6 +185,7 @@ private:
         }
         m_Canvas.Text(AxisName(Label(m_Curves.front().xColumn)), (PLOT_LEFT + PLOT_RIGHT) / 2,
                       HEIGHT - 24, 14, CairoCanvas::Align::Centre);
+        cairo_t* cr = m_Canvas.Context();
         cairo_save(cr);
         cairo_translate(cr, 26, (PLOT_TOP + PLOT_BOTTOM) / 2);
         cairo_rotate(cr, -M_PI / 2);

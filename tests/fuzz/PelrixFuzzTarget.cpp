@@ -30,6 +30,7 @@
 #include "Kiv/Core/AllocationLimit.h"
 #include "Kiv/Core/Error.h"
 #include "Pelrix/PelrixDataFile.h"
+#include "QuietAlertHandler.h"
 
 namespace PelrixFuzz
 {
@@ -131,26 +132,11 @@ void ReadBytes(const std::uint8_t* data, std::size_t size)
     }
 }
 
-// Reports nothing: a fuzzer meets duplicate sections by the thousand.
-class QuietAlertHandler : public Kiv::Core::AlertHandler
-{
-public:
-    void OnError(const Kiv::Core::Error&, const Kiv::Core::CodeContext&,
-                 const std::string&) override
-    {
-    }
-    void OnWarning(const Kiv::Core::Warning&, const Kiv::Core::CodeContext&,
-                   const std::string&) override
-    {
-    }
-    void OnAssertFailed(const std::string&, const Kiv::Core::CodeContext&) override {}
-};
-
 } // namespace PelrixFuzz
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    Kiv::Core::SetAlertHandler(std::make_shared<PelrixFuzz::QuietAlertHandler>());
+    Kiv::Core::SetAlertHandler(std::make_shared<KivFuzz::QuietAlertHandler>());
     return 0;
 }
 

@@ -28,6 +28,7 @@
 #include "Kiv/Edit/SafeSave.h"
 #include "Pelrix/PelrixDataFile.h"
 #include "Pelrix/PelrixDataFileFactory.h"
+#include "QuietAlertHandler.h"
 
 namespace SaveFuzz
 {
@@ -180,27 +181,12 @@ inline void SaveBytes(const std::uint8_t* data, std::size_t size)
     }
 }
 
-// Reports nothing: a fuzzer meets duplicate sections by the thousand.
-class SilentAlerts : public Kiv::Core::AlertHandler
-{
-public:
-    void OnError(const Kiv::Core::Error&, const Kiv::Core::CodeContext&,
-                 const std::string&) override
-    {
-    }
-    void OnWarning(const Kiv::Core::Warning&, const Kiv::Core::CodeContext&,
-                   const std::string&) override
-    {
-    }
-    void OnAssertFailed(const std::string&, const Kiv::Core::CodeContext&) override {}
-};
-
 // The file type is built in rather than loaded: a module would need the sanitizers' runtime.
 inline void Prepare()
 {
     static const bool prepared = []
     {
-        Kiv::Core::SetAlertHandler(std::make_shared<SilentAlerts>());
+        Kiv::Core::SetAlertHandler(std::make_shared<KivFuzz::QuietAlertHandler>());
         Kiv::Core::SetMaxAllocationBytes(SAVE_ALLOCATION_LIMIT);
         Kiv::DataCore::RegisterDataFileFactory(typeid(Pelrix::PelrixDataFile),
                                                boost::make_shared<Pelrix::PelrixDataFileFactory>());

@@ -180,18 +180,13 @@ TEST(KivResave, ThroughASymbolicLinkReplacesTheFileAndKeepsTheLink)
     EXPECT_EQ(Entry(DumpJson(folder, IMAGE), "[PreProcessing]", "Leveling")["value"], "Line");
 }
 
-std::string Sample(const std::string& name)
-{
-    return ReadBytes(SamplesFolder() + "/" + name);
-}
-
 // Long values are 32 bits wide: a header number beyond the range reads as atol reads it where
 // long has 32 bits (stopped at the limit), and the dump, the data reader and the writer all see
 // that same number. The series layout carries the data parameters' long keys.
 TEST(KivLong, OutOfRangeNumbersReadDumpAndSaveAsTheir32BitLimits)
 {
     TemporaryFolder folder;
-    std::string bytes = Sample(FORCE);
+    std::string bytes = SampleBytes(FORCE);
     bytes.insert(bytes.find("Points Number="),
                  "DataOffset=4294967400\r\nResolutionX=-99999999999\r\n");
     WriteBytes(folder.File("long.flt"), bytes);
@@ -210,7 +205,7 @@ TEST(KivLong, OutOfRangeNumbersReadDumpAndSaveAsTheir32BitLimits)
     }
 
     // The force reader takes the same saturated count: four columns a series.
-    std::string huge = Sample(FORCE);
+    std::string huge = SampleBytes(FORCE);
     const std::string series = "Series Number=2";
     huge.replace(huge.find(series), series.size(), "Series Number=99999999999");
     WriteBytes(folder.File("series.flt"), huge);
@@ -224,20 +219,9 @@ TEST(KivLong, OutOfRangeNumbersReadDumpAndSaveAsTheir32BitLimits)
 std::string ImageWithExtraSection()
 {
     const std::string section = "[Scanner Calibration]\r\nX Linearity=0.9980\r\n\r\n";
-    std::string bytes = Sample(IMAGE);
+    std::string bytes = SampleBytes(IMAGE);
     bytes.insert(bytes.find("[Data]\r\n"), section);
     bytes.erase(4096, section.size());
-    return bytes;
-}
-
-// The image with an empty "ScanRangeY": it reads as 0 without a unit, which the writer puts
-// back as "0.0000", a text that no longer reads as a number with a unit.
-std::string ImageWithEmptyScanRange()
-{
-    const std::string line = "ScanRangeY=10.0000 \xB5m\r\n";
-    std::string bytes = Sample(IMAGE);
-    bytes.replace(bytes.find(line), line.size(), "ScanRangeY=\r\n");
-    bytes.insert(4096 - (line.size() - 13), line.size() - 13, '\0');
     return bytes;
 }
 
@@ -261,39 +245,39 @@ TEST(KivEdit, FailuresLeaveTheFileByteForByteAsItWas)
          "no registered file type recognises this file"},
         {"missing section",
          {"set", IMAGE, "[No Such Section]", "Operator", "x"},
-         Sample(IMAGE),
+         SampleBytes(IMAGE),
          "no section \"[No Such Section]\""},
         {"unset of a missing key",
          {"unset", IMAGE, "[System Info]", "Nobody"},
-         Sample(IMAGE),
+         SampleBytes(IMAGE),
          "no key \"Nobody\" in section \"[System Info]\""},
         {"value outside Latin-1",
          {"set", IMAGE, "[System Info]", "Operator", "5 \xE2\x82\xAC"},
-         Sample(IMAGE),
+         SampleBytes(IMAGE),
          "(U+20AC) is outside Latin-1"},
         {"value not UTF-8",
          {"set", IMAGE, "[System Info]", "Operator", "a\xFF"},
-         Sample(IMAGE),
+         SampleBytes(IMAGE),
          "not valid UTF-8"},
         {"number that reads back otherwise",
          {"set", IMAGE, "[Data Parameters]", "ResolutionX", "1.5"},
-         Sample(IMAGE),
+         SampleBytes(IMAGE),
          "ResolutionX reads back as 1, not 1.5"},
         {"resolution that reshapes the image",
          {"set", IMAGE, "[Data Parameters]", "ResolutionX", "64"},
-         Sample(IMAGE),
+         SampleBytes(IMAGE),
          "read back as 64 x 128 samples instead of 128 x 128 samples"},
         {"unit the dictionary lacks",
          {"set", IMAGE, "[Data Parameters]", "ScanRangeX", "12 ux"},
-         Sample(IMAGE),
+         SampleBytes(IMAGE),
          "ux unit not found"},
         {"number without its unit",
          {"set", IMAGE, "[Data Parameters]", "ScanRangeX", "12"},
-         Sample(IMAGE),
+         SampleBytes(IMAGE),
          "ScanRangeX holds a length with a unit, for example \"20 \xC2\xB5m\""},
         {"value with a comma",
          {"set", IMAGE, "[System Info]", "Operator", "Doe, Jane"},
-         Sample(IMAGE),
+         SampleBytes(IMAGE),
          "Operator is missing after saving"},
         {"section the writer drops",
          {"set", IMAGE, "[System Info]", "Operator", "x"},
@@ -306,7 +290,7 @@ TEST(KivEdit, FailuresLeaveTheFileByteForByteAsItWas)
          "not saved: 0.0000 unit not found"},
         {"series count that reshapes the curves",
          {"set", FORCE, "[Series layout]", "Series Number", "1"},
-         Sample(FORCE),
+         SampleBytes(FORCE),
          "read back as 300 curves of 1200 values instead of 300 curves of 2400 values"},
     };
     for (const Case& test : cases)

@@ -160,6 +160,11 @@ std::string SamplesFolder()
     return KIV_SAMPLES_DIR;
 }
 
+std::string SampleBytes(const std::string& name)
+{
+    return ReadBytes(SamplesFolder() + "/" + name);
+}
+
 std::string ReadBytes(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);

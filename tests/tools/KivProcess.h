@@ -71,6 +71,8 @@ private:
 };
 
 std::string SamplesFolder();
+// The bytes of a checked-in sample file, by its name.
+std::string SampleBytes(const std::string& name);
 std::string ReadBytes(const std::string& path);
 void WriteBytes(const std::string& path, const std::string& bytes);
 

@@ -16,18 +16,13 @@ namespace
 const char* const IMAGE = "topography_128.flt";
 const char* const FORCE = "force_2x300.flt";
 
-std::string Sample(const std::string& name)
-{
-    return ReadBytes(SamplesFolder() + "/" + name);
-}
-
 // The image with a note the writer cannot keep, taken out of the padding so that the samples
 // stay at "DataOffset".
 std::string ImageWithCommaNote()
 {
     const std::string operatorLine = "Operator=synthetic\r\n";
     const std::string note = "Notes=a, b\r\n";
-    std::string bytes = Sample(IMAGE);
+    std::string bytes = SampleBytes(IMAGE);
     bytes.insert(bytes.find(operatorLine) + operatorLine.size(), note);
     bytes.erase(4096, note.size());
     return bytes;
@@ -37,7 +32,7 @@ std::string ImageWithCommaNote()
 // decimals cannot hold.
 std::string ForceWithTinyValue()
 {
-    std::string bytes = Sample(FORCE);
+    std::string bytes = SampleBytes(FORCE);
     std::size_t at = bytes.find("[Data]\r\n") + 8;
     at = bytes.find('\n', bytes.find('\n', at) + 1) + 1;
     for (int tab = 0; tab < 6; ++tab)
@@ -45,15 +40,6 @@ std::string ForceWithTinyValue()
         at = bytes.find('\t', at) + 1;
     }
     bytes.replace(at, bytes.find('\t', at) - at, "1e-07");
-    return bytes;
-}
-
-std::string ImageWithEmptyScanRange()
-{
-    const std::string line = "ScanRangeY=10.0000 \xB5m\r\n";
-    std::string bytes = Sample(IMAGE);
-    bytes.replace(bytes.find(line), line.size(), "ScanRangeY=\r\n");
-    bytes.insert(4096 - (line.size() - 13), line.size() - 13, '\0');
     return bytes;
 }
 
@@ -124,13 +110,13 @@ TEST(KivSavePolicy, AllowedLossSavesWhatTheWriterWrote)
 {
     const Saved note = SaveIn(IMAGE, ImageWithCommaNote(), {"resave", IMAGE, "--allow-loss"});
     EXPECT_EQ(note.bytes.find("Notes="), std::string::npos);
-    EXPECT_EQ(ImageSamples(note.bytes), ImageSamples(Sample(IMAGE)));
+    EXPECT_EQ(ImageSamples(note.bytes), ImageSamples(SampleBytes(IMAGE)));
 
     const Saved force = SaveIn(FORCE, ForceWithTinyValue(), {"resave", FORCE, "--allow-loss"});
     const auto rows = ForceRows(force.bytes);
     ASSERT_GE(rows.size(), 3u);
     EXPECT_EQ(rows[2][6], 0.0f);
-    EXPECT_EQ(rows[2][5], ForceRows(Sample(FORCE))[2][5]);
+    EXPECT_EQ(rows[2][5], ForceRows(SampleBytes(FORCE))[2][5]);
 }
 
 TEST(KivSavePolicy, AResultThatDoesNotReadBackIsRefusedEvenWithAllowLoss)
@@ -145,7 +131,7 @@ TEST(KivSavePolicy, AResultThatDoesNotReadBackIsRefusedEvenWithAllowLoss)
 
 TEST(KivSavePolicy, AGrownHeaderMovesDataOffsetAndTheSamplesFollow)
 {
-    const std::string original = Sample(IMAGE);
+    const std::string original = SampleBytes(IMAGE);
     const Saved saved =
         SaveIn(IMAGE, original, {"set", IMAGE, "[System Info]", "Notes", std::string(3500, 'n')});
     EXPECT_EQ(saved.result.exitStatus, 0) << saved.result.err;
@@ -159,7 +145,7 @@ TEST(KivSavePolicy, AGrownHeaderMovesDataOffsetAndTheSamplesFollow)
 
 TEST(KivSavePolicy, ADryRunShowsTheChangeAndWritesNothing)
 {
-    const std::string original = Sample(IMAGE);
+    const std::string original = SampleBytes(IMAGE);
     const Saved fine = SaveIn(
         IMAGE, original, {"set", IMAGE, "[System Info]", "Operator", "Zo\xC3\xAB", "--dry-run"});
     EXPECT_EQ(fine.result.exitStatus, 0);
@@ -188,8 +174,8 @@ TEST(KivSavePolicy, ADryRunShowsTheChangeAndWritesNothing)
 
 TEST(KivSavePolicy, MicroIsTypedAsUAndStoredAsTheFilesOwnSign)
 {
-    const Saved saved =
-        SaveIn(IMAGE, Sample(IMAGE), {"set", IMAGE, "[Data Parameters]", "ScanRangeX", "20 um"});
+    const Saved saved = SaveIn(IMAGE, SampleBytes(IMAGE),
+                               {"set", IMAGE, "[Data Parameters]", "ScanRangeX", "20 um"});
     EXPECT_EQ(saved.result.exitStatus, 0) << saved.result.err;
     EXPECT_EQ(HeaderValue(saved.bytes, "ScanRangeX"), "20 \xB5m");
 }
@@ -206,7 +192,7 @@ TEST(KivShortFile, InfoAndDumpWarnOnceAndSucceed)
 {
     TemporaryFolder folder;
     // 16384 bytes of the 65536 the header promises are cut off: 4096 samples.
-    const std::string image = Sample(IMAGE);
+    const std::string image = SampleBytes(IMAGE);
     WriteBytes(folder.File(IMAGE), image.substr(0, image.size() - 16384));
     for (const std::string command : {"info", "dump"})
     {

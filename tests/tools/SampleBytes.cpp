@@ -5,6 +5,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "KivProcess.h"
+
 namespace KivToolTest
 {
 
@@ -89,6 +91,15 @@ std::string Latin1ToUtf8(const std::string& latin1)
         }
     }
     return utf8;
+}
+
+std::string ImageWithEmptyScanRange()
+{
+    const std::string line = "ScanRangeY=10.0000 \xB5m\r\n";
+    std::string bytes = SampleBytes("topography_128.flt");
+    bytes.replace(bytes.find(line), line.size(), "ScanRangeY=\r\n");
+    bytes.insert(4096 - (line.size() - 13), line.size() - 13, '\0');
+    return bytes;
 }
 
 } // namespace KivToolTest

@@ -23,4 +23,9 @@ std::vector<std::string> ForceLabels(const std::string& bytes);
 
 std::string Latin1ToUtf8(const std::string& latin1);
 
+// The image sample with an empty "ScanRangeY": it reads as 0 without a unit, which the writer
+// puts back as "0.0000", a text that no longer reads as a number with a unit. The line's bytes
+// come out of the padding, so that the samples stay at "DataOffset".
+std::string ImageWithEmptyScanRange();
+
 } // namespace KivToolTest

@@ -72,7 +72,8 @@ JsonStream& JsonStream::Number(double value)
     return *this;
 }
 
-JsonStream& JsonStream::Integer(std::int64_t value)
+template <class Whole>
+JsonStream& JsonStream::AppendWhole(Whole value)
 {
     char text[ITEM_ROOM];
     const auto result = std::to_chars(text, text + sizeof(text), value);
@@ -81,13 +82,14 @@ JsonStream& JsonStream::Integer(std::int64_t value)
     return *this;
 }
 
+JsonStream& JsonStream::Integer(std::int64_t value)
+{
+    return AppendWhole(value);
+}
+
 JsonStream& JsonStream::Unsigned(std::uint64_t value)
 {
-    char text[ITEM_ROOM];
-    const auto result = std::to_chars(text, text + sizeof(text), value);
-    m_Pending.append(text, result.ptr);
-    FlushWhenFull();
-    return *this;
+    return AppendWhole(value);
 }
 
 void JsonStream::FlushWhenFull()

@@ -31,6 +31,8 @@ public:
     void Flush();
 
 private:
+    template <class Whole>
+    JsonStream& AppendWhole(Whole value);
     void FlushWhenFull();
 
     std::ostream& m_Out;
