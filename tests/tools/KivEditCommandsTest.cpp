@@ -161,7 +161,7 @@ TEST(KivResave, WritesTheSamplesBackByteForByte)
         TemporaryFolder folder;
         const std::string path = folder.CopySample(name);
         ExpectSaved(RunKiv({"resave", name}, folder.Path()));
-        EXPECT_EQ(ReadBytes(path), ReadBytes(SamplesFolder() + "/" + name));
+        EXPECT_EQ(ReadBytes(path), SampleBytes(name));
         EXPECT_EQ(folder.List(), std::vector<std::string>{name});
     }
 }
@@ -332,7 +332,7 @@ TEST(KivEdit, AReadOnlyFileIsNotReplaced)
         RunKiv({"set", IMAGE, "[System Info]", "Operator", "x"}, folder.Path());
     EXPECT_EQ(result.exitStatus, 1);
     EXPECT_EQ(result.ErrorLines().size(), 1u) << result.err;
-    EXPECT_EQ(ReadBytes(path), ReadBytes(SamplesFolder() + "/" + IMAGE));
+    EXPECT_EQ(ReadBytes(path), SampleBytes(IMAGE));
 }
 
 } // namespace

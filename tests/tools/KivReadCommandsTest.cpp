@@ -158,7 +158,7 @@ TEST(KivInfo, SummarisesTheSampleForceFile)
 TEST(KivInfo, CountsSamplesThatAreNotNumbers)
 {
     TemporaryFolder folder;
-    std::string bytes = ReadBytes(SamplesFolder() + "/" + IMAGE);
+    std::string bytes = SampleBytes(IMAGE);
     const float dropouts[] = {std::numeric_limits<float>::quiet_NaN(),
                               std::numeric_limits<float>::infinity(),
                               -std::numeric_limits<float>::infinity()};
@@ -190,7 +190,7 @@ TEST(KivDump, JsonOfEachSampleMatchesItsGoldenDump)
         const RunResult result = RunKiv({"dump", "--json", name}, folder.Path());
         ASSERT_EQ(result.exitStatus, 0) << result.err;
         const std::string golden = name.substr(0, name.size() - 4) + ".json";
-        EXPECT_EQ(result.out, ReadBytes(SamplesFolder() + "/" + golden))
+        EXPECT_EQ(result.out, SampleBytes(golden))
             << "regenerate with: cmake --build build --target samples";
     }
 }
@@ -247,7 +247,7 @@ TEST(KivDump, JsonKeepsTheOrderOfManyKeys)
 {
     constexpr int KEY_COUNT = 5000;
     TemporaryFolder folder;
-    const std::string sample = ReadBytes(SamplesFolder() + "/" + IMAGE);
+    const std::string sample = SampleBytes(IMAGE);
     std::vector<std::string> keys;
     std::string notes = "[Notes]\r\n";
     for (int i = 0; i < KEY_COUNT; ++i)
@@ -376,14 +376,14 @@ TEST(KivCommandLine, UsageErrorsExitWithStatusTwo)
 // A Pelrix file with its header cut before the "[Data]" line.
 std::string TruncatedHeader()
 {
-    const std::string bytes = ReadBytes(SamplesFolder() + "/" + IMAGE);
+    const std::string bytes = SampleBytes(IMAGE);
     return bytes.substr(0, bytes.find("[Data]\r\n"));
 }
 
 // A force file that names no series.
 std::string ForceWithoutSeries()
 {
-    std::string bytes = ReadBytes(SamplesFolder() + "/" + FORCE);
+    std::string bytes = SampleBytes(FORCE);
     const std::string line = "Series Number=2";
     bytes.replace(bytes.find(line), line.size(), "Series Number=0");
     return bytes;
