@@ -52,8 +52,8 @@ void PelrixDataFile::LoadImageData()
     }
 
     // The matrix's storage is allocated but not yet written, so it can still be backed with
-    // huge pages: the bulk read then faults a few dozen pages rather than one per 4 KiB.
-    Kiv::Core::AdviseHugePages(&matrix->data()[0], static_cast<std::size_t>(byteCount));
+    // huge pages, and mapped in one call rather than one page fault at a time during the read.
+    Kiv::Core::PrepareForBulkRead(&matrix->data()[0], static_cast<std::size_t>(byteCount));
 
     NoteNonZeroPadding(dataOffset);
 

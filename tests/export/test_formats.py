@@ -100,12 +100,14 @@ def test_image_csv_is_the_matrix_after_the_size_comments(tmp_path):
 
 
 @pytest.mark.parametrize("holes", [[], [np.nan], [np.inf, -np.inf], [np.nan, np.inf]])
-def test_tiff_display_range_leaves_out_samples_that_are_not_finite(tmp_path, holes):
-    # 7 x 5: more than one block of the range pass, and a tail; the extremes far apart.
-    samples = np.random.default_rng(5).normal(size=(7, 5)).astype(np.float32)
-    samples[6, 4], samples[3, 2] = -40.0, 25.0
+@pytest.mark.parametrize("shape", [(7, 5), (600, 512)])
+def test_tiff_display_range_leaves_out_samples_that_are_not_finite(tmp_path, holes, shape):
+    # 7 x 5: more than one block of the range pass, and a tail. 600 x 512: two strips of
+    # 1 MiB, taken one at a time, a hole in each and each extreme in another strip.
+    samples = np.random.default_rng(5).normal(size=shape).astype(np.float32)
+    samples[-1, -1], samples[shape[0] // 2 - 1, 2] = -40.0, 25.0
     for index, hole in enumerate(holes):
-        samples.flat[index * 11] = hole
+        samples.flat[index * (samples.size * 9 // 10)] = hole
     source = write_image_file(tmp_path / "holes.flt", samples)
     with tifffile.TiffFile(export(source, "tiff", tmp_path / "holes.tiff")) as tiff:
         np.testing.assert_array_equal(tiff.asarray(), samples)

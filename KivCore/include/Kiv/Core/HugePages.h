@@ -21,6 +21,13 @@ constexpr std::size_t HUGE_PAGE_MIN_BUFFER = 2 * HUGE_PAGE_SIZE;
 // already faulted in stay small.
 void AdviseHugePages(void* data, std::size_t bytes);
 
+// For storage about to be filled whole by one bulk read: the advice above, then every page of
+// the storage mapped in one call. A read into unmapped memory takes a page fault per page; a
+// buffer from malloc is seldom 2 MiB-aligned, so its first and last stretch fall outside any huge
+// page and cost hundreds of faults, each an expensive trap on a virtual machine. Only advice as
+// well: on a kernel without the call the read faults the pages in as before.
+void PrepareForBulkRead(void* data, std::size_t bytes);
+
 // A block of bytes allocated on a 2 MiB boundary and advised as above. The contents start
 // undefined. Throws std::bad_alloc when the memory cannot be had; the caller checks the
 // allocation limit first, as for any buffer sized by a file.
