@@ -4,11 +4,13 @@
 #include <chrono>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <sys/stat.h>
 #include <thread>
 
 #include "Kiv/Access/Failure.h"
 #include "Kiv/Access/FileAccess.h"
+#include "PictureWriters.h"
 
 namespace Kiv::Export
 {
@@ -201,6 +203,11 @@ BatchSummary RunBatchExport(const BatchRequest& request, const BatchObserver& ob
     if (request.inputs.empty())
     {
         return {};
+    }
+    std::optional<PictureWritersPreload> preload;
+    if (request.format == Format::Tiff || request.format == Format::Png)
+    {
+        preload.emplace();
     }
     Kiv::Access::LoadFileTypeModules();
     return BatchRunner(request, observer).Run();

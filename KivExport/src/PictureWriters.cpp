@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <string>
+#include <system_error>
 
 #include <dlfcn.h>
 
@@ -49,14 +50,45 @@ const PictureWriters* Load(std::string& problem)
     }
     return entry();
 }
+
+struct LoadedWriters
+{
+    const PictureWriters* writers = nullptr;
+    std::string problem;
+};
+
+const LoadedWriters& LoadOnce()
+{
+    static std::once_flag once;
+    static LoadedWriters loaded;
+    std::call_once(once, [] { loaded.writers = Load(loaded.problem); });
+    return loaded;
+}
 } // namespace
+
+PictureWritersPreload::PictureWritersPreload()
+{
+    try
+    {
+        m_Thread = std::thread([] { LoadOnce(); });
+    }
+    catch (const std::system_error&)
+    {
+        // No thread to spare: the first picture loads the module itself.
+    }
+}
+
+PictureWritersPreload::~PictureWritersPreload()
+{
+    if (m_Thread.joinable())
+    {
+        m_Thread.join();
+    }
+}
 
 const PictureWriters& LoadPictureWriters()
 {
-    static std::once_flag once;
-    static const PictureWriters* writers = nullptr;
-    static std::string problem;
-    std::call_once(once, [] { writers = Load(problem); });
+    const auto& [writers, problem] = LoadOnce();
     if (writers == nullptr)
     {
         Kiv::Access::Fail("cannot load the PNG and TIFF writers: " + problem);

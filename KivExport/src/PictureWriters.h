@@ -1,5 +1,7 @@
 #pragma once
 
+#include <thread>
+
 #include "Writers.h"
 
 namespace Kiv::Export
@@ -18,6 +20,21 @@ struct PictureWriters
 // Loads the module from the folder this library was loaded from, once; raises Failure when it
 // cannot.
 const PictureWriters& LoadPictureWriters();
+
+// Starts loading the module on a thread of its own, so that the loading (several milliseconds
+// of dynamic linking) overlaps with reading the first input. Whoever needs the writers first
+// waits for it; a failure is raised there, to the file that needed them. Joins on destruction.
+class PictureWritersPreload
+{
+public:
+    PictureWritersPreload();
+    ~PictureWritersPreload();
+    PictureWritersPreload(const PictureWritersPreload&) = delete;
+    PictureWritersPreload& operator=(const PictureWritersPreload&) = delete;
+
+private:
+    std::thread m_Thread;
+};
 
 } // namespace Kiv::Export
 

@@ -16,16 +16,15 @@ namespace Kiv::Core
 constexpr std::size_t HUGE_PAGE_SIZE = std::size_t{2} << 20;
 constexpr std::size_t HUGE_PAGE_MIN_BUFFER = 2 * HUGE_PAGE_SIZE;
 
-// Asks for huge pages on the 2 MiB-aligned interior of [data, data + bytes). Call it on freshly
+// Asks for huge pages on the 2 MiB-aligned blocks of [data, data + bytes). Call it on freshly
 // allocated, not yet written storage (a matrix constructed without initialisation, say): pages
 // already faulted in stay small.
 void AdviseHugePages(void* data, std::size_t bytes);
 
-// For storage about to be filled whole by one bulk read: the advice above, then every page of
-// the storage mapped in one call. A read into unmapped memory takes a page fault per page; a
-// buffer from malloc is seldom 2 MiB-aligned, so its first and last stretch fall outside any huge
-// page and cost hundreds of faults, each an expensive trap on a virtual machine. Only advice as
-// well: on a kernel without the call the read faults the pages in as before.
+// For storage about to be filled whole by one bulk read: the advice above, then the pages
+// outside any huge page mapped ahead of the read. A read into unmapped memory takes a fault per
+// page; a buffer from malloc is seldom 2 MiB-aligned, so its first and last stretch fall outside
+// any huge page and cost hundreds of faults, each an expensive trap on a virtual machine.
 void PrepareForBulkRead(void* data, std::size_t bytes);
 
 // A block of bytes allocated on a 2 MiB boundary and advised as above. The contents start
