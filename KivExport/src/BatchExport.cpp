@@ -204,12 +204,14 @@ BatchSummary RunBatchExport(const BatchRequest& request, const BatchObserver& ob
     {
         return {};
     }
+    // The file-type modules first: both loads take the dynamic linker's lock, and the first
+    // input cannot be opened without them.
+    Kiv::Access::LoadFileTypeModules();
     std::optional<PictureWritersPreload> preload;
     if (request.format == Format::Tiff || request.format == Format::Png)
     {
         preload.emplace();
     }
-    Kiv::Access::LoadFileTypeModules();
     return BatchRunner(request, observer).Run();
 }
 

@@ -1,4 +1,6 @@
+#include <algorithm>
 #include <cstring>
+#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -188,6 +190,40 @@ TEST_F(OpenPatternFile, ReadsFewerBytesOnlyAtTheEnd)
     EXPECT_EQ(buffer[0], 280 % 256);
     EXPECT_EQ(m_Stream.GetInputPos(), 300);
     EXPECT_EQ(m_Stream.Read(buffer.data(), buffer.size()), 0u);
+}
+
+// Reads of many megabytes are split between two threads; whatever the file's length, the
+// result is what one read delivers: every byte in its place, and a short count only at the end.
+TEST(BinaryFileStreamTest, ALargeReadDeliversTheFileUpToItsEnd)
+{
+    constexpr std::size_t BLOCK = std::size_t(40) << 20;
+    constexpr std::int64_t START = 1000;
+    std::mt19937 random(7);
+    Bytes content(BLOCK);
+    for (std::size_t i = 0; i < BLOCK; i += sizeof(std::uint32_t))
+    {
+        const std::uint32_t word = random();
+        std::memcpy(&content[i], &word, sizeof word);
+    }
+    // The whole block, a file that ends in the first half of the read, one that ends in the
+    // second.
+    for (const std::size_t length : {BLOCK, std::size_t(5) << 20, std::size_t(30) << 20})
+    {
+        SCOPED_TRACE(length);
+        TempDir dir;
+        const std::string path = dir.File("large.bin");
+        WriteFileBytes(path, Bytes(content.begin(), content.begin() + length));
+        Stream stream;
+        stream.Open(path, Stream::READ_MODE, Stream::OPEN_EXISTING);
+        stream.SetInputPos(START, FROM_BEGIN);
+        Bytes buffer(BLOCK, 0);
+        const std::uint64_t expected = length - START;
+        ASSERT_EQ(stream.Read(buffer.data(), BLOCK), expected);
+        EXPECT_EQ(stream.GetInputPos(), static_cast<std::int64_t>(length));
+        EXPECT_TRUE(std::equal(buffer.begin(), buffer.begin() + expected, content.begin() + START));
+        EXPECT_TRUE(std::all_of(buffer.begin() + expected, buffer.end(),
+                                [](unsigned char byte) { return byte == 0; }));
+    }
 }
 
 struct MoveCase
