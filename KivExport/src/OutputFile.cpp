@@ -37,6 +37,16 @@ std::string HiddenTemporaryName(const std::string& finalPath)
     return path;
 }
 
+std::string FolderOf(const std::string& path)
+{
+    const std::size_t slash = path.find_last_of('/');
+    if (slash == std::string::npos)
+    {
+        return ".";
+    }
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
 bool Exists(const std::string& path)
 {
     struct stat status
@@ -54,8 +64,34 @@ OutputFile::OutputFile(std::string finalPath, bool overwrite)
     {
         Kiv::Access::Fail(m_FinalPath + ": already exists; not overwritten");
     }
+    if (!CreateUnnamed())
+    {
+        CreateHidden();
+    }
+}
+
+bool OutputFile::CreateUnnamed()
+{
+    // A file without a name until it is complete: nothing to hide, nothing to remove after an
+    // interruption of any kind, and one entry less for the folder to add and take away. The
+    // mode is an ordinary file's, under the user's umask.
+    const int descriptor =
+        ::open(FolderOf(m_FinalPath).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    if (descriptor < 0)
+    {
+        // Not every file system has unnamed files (and a folder that is missing or closed is
+        // reported by the named way, with its own reason).
+        return false;
+    }
+    m_Descriptor = descriptor;
+    m_Unnamed = true;
+    return true;
+}
+
+void OutputFile::CreateHidden()
+{
     // The name is watched before the file exists, so that no moment leaves an interrupted kiv
-    // with a file it does not know of. The mode is an ordinary file's, under the user's umask.
+    // with a file it does not know of.
     for (int attempt = 0; attempt < NAME_ATTEMPTS; ++attempt)
     {
         std::string path = HiddenTemporaryName(m_FinalPath);
@@ -117,6 +153,11 @@ void OutputFile::Write(const void* bytes, std::size_t count)
 
 void OutputFile::Commit()
 {
+    if (m_Unnamed)
+    {
+        CommitUnnamed();
+        return;
+    }
     const int descriptor = m_Descriptor;
     m_Descriptor = -1;
     if (::close(descriptor) != 0)
@@ -151,6 +192,67 @@ void OutputFile::Commit()
         ::unlink(m_TemporaryPath.c_str());
     }
     m_TemporaryPath.clear();
+}
+
+void OutputFile::CommitUnnamed()
+{
+    // The descriptor is the file's only handle until it has a name, so the name comes first.
+    const std::string handle = "/proc/self/fd/" + std::to_string(m_Descriptor);
+    // A link never replaces a file: an output that another run wrote meanwhile stays.
+    if (::linkat(AT_FDCWD, handle.c_str(), AT_FDCWD, m_FinalPath.c_str(), AT_SYMLINK_FOLLOW) != 0)
+    {
+        if (errno != EEXIST)
+        {
+            FailWithSystemError(m_FinalPath + ": cannot move the output into place", errno);
+        }
+        if (!m_Overwrite)
+        {
+            Kiv::Access::Fail(m_FinalPath + ": already exists; not overwritten");
+        }
+        ReplaceWithUnnamed(handle);
+    }
+    const int descriptor = m_Descriptor;
+    m_Descriptor = -1;
+    if (::close(descriptor) != 0)
+    {
+        const int error = errno;
+        ::unlink(m_FinalPath.c_str());
+        FailWrite(error);
+    }
+}
+
+void OutputFile::ReplaceWithUnnamed(const std::string& handle)
+{
+    // Only a rename replaces a file in one step, and it needs a name to move: a hidden one,
+    // watched for as long as it stands.
+    for (int attempt = 0; attempt < NAME_ATTEMPTS; ++attempt)
+    {
+        const std::string hidden = HiddenTemporaryName(m_FinalPath);
+        const std::size_t watch = InterruptCleanup::Watch(hidden);
+        if (::linkat(AT_FDCWD, handle.c_str(), AT_FDCWD, hidden.c_str(), AT_SYMLINK_FOLLOW) != 0)
+        {
+            const int error = errno;
+            InterruptCleanup::Release(watch);
+            if (error == EEXIST)
+            {
+                continue;
+            }
+            FailWithSystemError(m_FinalPath + ": cannot move the output into place", error);
+        }
+        const bool moved = ::rename(hidden.c_str(), m_FinalPath.c_str()) == 0;
+        const int error = errno;
+        if (!moved)
+        {
+            ::unlink(hidden.c_str());
+        }
+        InterruptCleanup::Release(watch);
+        if (!moved)
+        {
+            FailWithSystemError(m_FinalPath + ": cannot move the output into place", error);
+        }
+        return;
+    }
+    Kiv::Access::Fail(m_FinalPath + ": cannot move the output into place: no free temporary name");
 }
 
 void BufferedOutput::Write(const void* bytes, std::size_t count)

@@ -7,8 +7,9 @@
 namespace Kiv::Export
 {
 
-// An output written under a hidden temporary name beside its final path and moved there only
-// when complete, so that a partial output never stands under the final name. Dropped without a
+// An output written as an unnamed file in its final folder (or, where the file system has none,
+// under a hidden temporary name beside its final path) and given its final name only when
+// complete, so that a partial output never stands under the final name. Dropped without a
 // Commit (a failure, an exception), the temporary file is removed.
 class OutputFile
 {
@@ -31,8 +32,15 @@ public:
     [[noreturn]] void FailWrite(int error) const;
 
 private:
+    bool CreateUnnamed();
+    void CreateHidden();
+    void CommitUnnamed();
+    void ReplaceWithUnnamed(const std::string& handle);
+
     std::string m_FinalPath;
+    // Empty while the output has no name (or once it has its final one).
     std::string m_TemporaryPath;
+    bool m_Unnamed = false;
     bool m_Overwrite;
     int m_Descriptor = -1;
     std::size_t m_Watch;
