@@ -106,7 +106,7 @@ CLI::App* AddExportCommand(CLI::App& app, ExportArguments& arguments)
                         "png: values at the ends of the colour map, MIN:MAX (default: 1st to "
                         "99th percentile)");
     command->footer("Without -o or -d each output goes beside its input. An output is written "
-                    "under a temporary name and renamed when complete.");
+                    "without a name and named only when complete.");
     return command;
 }
 
