@@ -4,7 +4,6 @@
 #include <chrono>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <sys/stat.h>
 #include <thread>
 
@@ -207,11 +206,7 @@ BatchSummary RunBatchExport(const BatchRequest& request, const BatchObserver& ob
     // The file-type modules first: both loads take the dynamic linker's lock, and the first
     // input cannot be opened without them.
     Kiv::Access::LoadFileTypeModules();
-    std::optional<PictureWritersPreload> preload;
-    if (request.format == Format::Tiff || request.format == Format::Png)
-    {
-        preload.emplace();
-    }
+    const PictureWritersPreload preload(request.format);
     return BatchRunner(request, observer).Run();
 }
 

@@ -64,13 +64,13 @@ void WriteFormat(const ExportSource& source, OutputFile& output, Format format,
     case Format::Npy:
         return WriteNpy(source, output);
     case Format::Tiff:
-        return LoadPictureWriters().writeTiff(source, output);
+        return LoadTiffWriter()(source, output);
     case Format::Csv:
         return WriteTextTable(source, output, ',');
     case Format::Tsv:
         return WriteTextTable(source, output, '\t');
     case Format::Png:
-        return LoadPictureWriters().writePngPreview(source, output, options);
+        return LoadPngWriter()(source, output, options);
     }
 }
 } // namespace

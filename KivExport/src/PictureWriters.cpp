@@ -13,16 +13,32 @@ namespace Kiv::Export
 
 namespace
 {
-const char MODULE_NAME[] = "libKivExportPictures.so";
-const char ENTRY_NAME[] = "KivExportPictureWriters";
+// One writer in its module, loaded at most once and kept for the rest of the process: the
+// writers are called from any thread.
+struct ModuleWriter
+{
+    ModuleWriter(const char* module, const char* symbol, const char* format)
+        : moduleName(module), symbolName(symbol), formatName(format)
+    {
+    }
 
-// The folder holding this library: the module is installed beside it, in the build tree and
+    const char* moduleName;
+    const char* symbolName;
+    const char* formatName;
+    std::once_flag once;
+    void* address = nullptr;
+    std::string problem;
+};
+
+ModuleWriter TIFF_WRITER{"libKivExportTiff.so", "KivExportWriteTiff", "TIFF"};
+ModuleWriter PNG_WRITER{"libKivExportPng.so", "KivExportWritePng", "PNG"};
+
+// The folder holding this library: the modules are installed beside it, in the build tree and
 // under any prefix alike.
 std::string ThisLibraryFolder()
 {
     Dl_info info{};
-    if (::dladdr(reinterpret_cast<void*>(&LoadPictureWriters), &info) == 0 ||
-        info.dli_fname == nullptr)
+    if (::dladdr(reinterpret_cast<void*>(&LoadTiffWriter), &info) == 0 || info.dli_fname == nullptr)
     {
         return {};
     }
@@ -31,46 +47,71 @@ std::string ThisLibraryFolder()
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
 }
 
-const PictureWriters* Load(std::string& problem)
+void LoadOnce(ModuleWriter& writer)
 {
-    const std::string path = ThisLibraryFolder() + MODULE_NAME;
-    // Kept loaded for the rest of the process: the writers are called from any thread.
-    void* const module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (module == nullptr)
-    {
-        problem = ::dlerror();
-        return nullptr;
-    }
-    using Entry = const PictureWriters* (*)();
-    const auto entry = reinterpret_cast<Entry>(::dlsym(module, ENTRY_NAME));
-    if (entry == nullptr)
-    {
-        problem = path + " has no " + ENTRY_NAME;
-        return nullptr;
-    }
-    return entry();
+    std::call_once(writer.once,
+                   [&writer]
+                   {
+                       const std::string path = ThisLibraryFolder() + writer.moduleName;
+                       void* const module = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+                       if (module == nullptr)
+                       {
+                           writer.problem = ::dlerror();
+                           return;
+                       }
+                       writer.address = ::dlsym(module, writer.symbolName);
+                       if (writer.address == nullptr)
+                       {
+                           writer.problem = path + " has no " + writer.symbolName;
+                       }
+                   });
 }
 
-struct LoadedWriters
+void* Require(ModuleWriter& writer)
 {
-    const PictureWriters* writers = nullptr;
-    std::string problem;
-};
+    LoadOnce(writer);
+    if (writer.address == nullptr)
+    {
+        Kiv::Access::Fail(std::string("cannot load the ") + writer.formatName +
+                          " writer: " + writer.problem);
+    }
+    return writer.address;
+}
 
-const LoadedWriters& LoadOnce()
+ModuleWriter* WriterFor(Format format)
 {
-    static std::once_flag once;
-    static LoadedWriters loaded;
-    std::call_once(once, [] { loaded.writers = Load(loaded.problem); });
-    return loaded;
+    switch (format)
+    {
+    case Format::Tiff:
+        return &TIFF_WRITER;
+    case Format::Png:
+        return &PNG_WRITER;
+    default:
+        return nullptr;
+    }
 }
 } // namespace
 
-PictureWritersPreload::PictureWritersPreload()
+TiffWriterFunction LoadTiffWriter()
 {
+    return reinterpret_cast<TiffWriterFunction>(Require(TIFF_WRITER));
+}
+
+PngWriterFunction LoadPngWriter()
+{
+    return reinterpret_cast<PngWriterFunction>(Require(PNG_WRITER));
+}
+
+PictureWritersPreload::PictureWritersPreload(Format format)
+{
+    ModuleWriter* const writer = WriterFor(format);
+    if (writer == nullptr)
+    {
+        return;
+    }
     try
     {
-        m_Thread = std::thread([] { LoadOnce(); });
+        m_Thread = std::thread([writer] { LoadOnce(*writer); });
     }
     catch (const std::system_error&)
     {
@@ -84,16 +125,6 @@ PictureWritersPreload::~PictureWritersPreload()
     {
         m_Thread.join();
     }
-}
-
-const PictureWriters& LoadPictureWriters()
-{
-    const auto& [writers, problem] = LoadOnce();
-    if (writers == nullptr)
-    {
-        Kiv::Access::Fail("cannot load the PNG and TIFF writers: " + problem);
-    }
-    return *writers;
 }
 
 } // namespace Kiv::Export

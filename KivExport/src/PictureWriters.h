@@ -7,27 +7,26 @@
 namespace Kiv::Export
 {
 
-// The writers that need cairo and libtiff. They live in a module of their own, loaded the first
-// time a picture is written: the two libraries bring some 28 more with them, and every other
+// The TIFF and the PNG writer each live in a module of their own, loaded the first time a file
+// of that format is written: libtiff and cairo bring some 28 libraries with them, and every other
 // export (and every other kiv command) starts faster without them.
-struct PictureWriters
-{
-    void (*writeTiff)(const ExportSource& source, OutputFile& output);
-    void (*writePngPreview)(const ExportSource& source, OutputFile& output,
-                            const ExportOptions& options);
-};
+using TiffWriterFunction = void (*)(const ExportSource& source, OutputFile& output);
+using PngWriterFunction = void (*)(const ExportSource& source, OutputFile& output,
+                                   const ExportOptions& options);
 
-// Loads the module from the folder this library was loaded from, once; raises Failure when it
-// cannot.
-const PictureWriters& LoadPictureWriters();
+// Each loads its module from the folder this library was loaded from, once; raises Failure
+// when it cannot.
+TiffWriterFunction LoadTiffWriter();
+PngWriterFunction LoadPngWriter();
 
-// Starts loading the module on a thread of its own, so that the loading (several milliseconds
-// of dynamic linking) overlaps with reading the first input. Whoever needs the writers first
-// waits for it; a failure is raised there, to the file that needed them. Joins on destruction.
+// Starts loading the module a format needs (if any) on a thread of its own, so that the loading
+// (several milliseconds of dynamic linking) overlaps with reading the first input. Whoever needs
+// the writer first waits for it; a failure is raised there, to the file that needed it. Joins
+// on destruction.
 class PictureWritersPreload
 {
 public:
-    PictureWritersPreload();
+    explicit PictureWritersPreload(Format format);
     ~PictureWritersPreload();
     PictureWritersPreload(const PictureWritersPreload&) = delete;
     PictureWritersPreload& operator=(const PictureWritersPreload&) = delete;
@@ -38,5 +37,9 @@ private:
 
 } // namespace Kiv::Export
 
-// What the module hands out; looked up by this name.
-extern "C" const Kiv::Export::PictureWriters* KivExportPictureWriters();
+// What the modules hand out; looked up by these names.
+extern "C" void KivExportWriteTiff(const Kiv::Export::ExportSource& source,
+                                   Kiv::Export::OutputFile& output);
+extern "C" void KivExportWritePng(const Kiv::Export::ExportSource& source,
+                                  Kiv::Export::OutputFile& output,
+                                  const Kiv::Export::ExportOptions& options);

@@ -8,7 +8,7 @@ namespace Kiv::Export
 {
 
 // One writer a format. Each takes a source that its format fits (the caller checks) and writes
-// the whole output. WriteTiff and WritePngPreview are in the picture module (PictureWriters.h).
+// the whole output. WriteTiff and WritePngPreview are in modules of their own (PictureWriters.h).
 void WriteGsf(const ExportSource& source, OutputFile& output);
 void WriteNpy(const ExportSource& source, OutputFile& output);
 void WriteTiff(const ExportSource& source, OutputFile& output);

@@ -7,8 +7,8 @@
 #include "CairoCanvas.h"
 #include "ForcePlot.h"
 #include "Kiv/Access/Failure.h"
+#include "PictureWriters.h"
 #include "PlotScales.h"
-#include "Writers.h"
 
 namespace Kiv::Export
 {
@@ -185,3 +185,11 @@ void WritePngPreview(const ExportSource& source, OutputFile& output, const Expor
 }
 
 } // namespace Kiv::Export
+
+// The module's one entry point, which the export library looks up after loading it.
+extern "C" void KivExportWritePng(const Kiv::Export::ExportSource& source,
+                                  Kiv::Export::OutputFile& output,
+                                  const Kiv::Export::ExportOptions& options)
+{
+    Kiv::Export::WritePngPreview(source, output, options);
+}

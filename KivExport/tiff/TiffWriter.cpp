@@ -15,7 +15,7 @@
 
 #include "Kiv/Access/Failure.h"
 #include "Kiv/Access/ValueView.h"
-#include "Writers.h"
+#include "PictureWriters.h"
 
 namespace Kiv::Export
 {
@@ -301,3 +301,10 @@ void WriteTiff(const ExportSource& source, OutputFile& output)
 }
 
 } // namespace Kiv::Export
+
+// The module's one entry point, which the export library looks up after loading it.
+extern "C" void KivExportWriteTiff(const Kiv::Export::ExportSource& source,
+                                   Kiv::Export::OutputFile& output)
+{
+    Kiv::Export::WriteTiff(source, output);
+}
