@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "Kiv/Access/Failure.h"
+#include "Kiv/Access/FileAccess.h"
 
 namespace Kiv::Edit
 {
@@ -90,6 +91,10 @@ TemporaryCopy::TemporaryCopy(const std::string& target, int source, const std::s
 
 bool TemporaryCopy::CreateUnnamed()
 {
+    if (!Kiv::Access::CanNameOpenFiles())
+    {
+        return false;
+    }
     m_Unnamed = ::open(m_Folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
     if (m_Unnamed < 0)
     {

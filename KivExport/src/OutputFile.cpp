@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "Kiv/Access/Failure.h"
+#include "Kiv/Access/FileAccess.h"
 #include "Kiv/Access/InterruptCleanup.h"
 
 namespace Kiv::Export
@@ -75,6 +76,10 @@ bool OutputFile::CreateUnnamed()
     // A file without a name until it is complete: nothing to hide, nothing to remove after an
     // interruption of any kind, and one entry less for the folder to add and take away. The
     // mode is an ordinary file's, under the user's umask.
+    if (!Kiv::Access::CanNameOpenFiles())
+    {
+        return false;
+    }
     const int descriptor =
         ::open(FolderOf(m_FinalPath).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
     if (descriptor < 0)
