@@ -63,12 +63,6 @@ void RequireReadableFile(const std::string& path)
     }
 }
 
-bool CanNameOpenFiles()
-{
-    static const bool available = ::access("/proc/self/fd", X_OK) == 0;
-    return available;
-}
-
 std::string ReplaceAll(std::string text, const std::string& from, const std::string& to)
 {
     if (from.empty())

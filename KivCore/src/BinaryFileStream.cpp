@@ -11,6 +11,7 @@
 
 #include "Kiv/Core/CodeContext.h"
 #include "Kiv/Core/Error.h"
+#include "Kiv/Core/HugePages.h"
 
 namespace Kiv::Core
 {
@@ -76,8 +77,8 @@ constexpr std::uint64_t SPLIT_READ_MIN = std::uint64_t(16) << 20;
 Delivered ReadSplit(int descriptor, unsigned char* bytes, std::uint64_t count,
                     std::int64_t position)
 {
-    constexpr std::uintptr_t HUGE_PAGE = std::uintptr_t(2) << 20;
-    const auto middle = (reinterpret_cast<std::uintptr_t>(bytes) + count / 2) & ~(HUGE_PAGE - 1);
+    const auto middle =
+        (reinterpret_cast<std::uintptr_t>(bytes) + count / 2) & ~std::uintptr_t{HUGE_PAGE_SIZE - 1};
     const std::uint64_t firstCount = middle - reinterpret_cast<std::uintptr_t>(bytes);
     Delivered second;
     std::thread helper;

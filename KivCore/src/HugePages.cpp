@@ -93,8 +93,7 @@ void HugePageFree::operator()(char* block) const noexcept
 HugePageBuffer AllocateHugePageBuffer(std::size_t bytes)
 {
     // aligned_alloc wants a size that is a multiple of the alignment.
-    const std::size_t rounded =
-        bytes == 0 ? HUGE_PAGE_SIZE : (bytes + HUGE_PAGE_SIZE - 1) & ~(HUGE_PAGE_SIZE - 1);
+    const std::size_t rounded = bytes == 0 ? HUGE_PAGE_SIZE : HugePageUp(bytes);
     if (rounded < bytes)
     {
         throw std::bad_alloc();

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <random>
 #include <vector>
 
 #include <fcntl.h>
@@ -12,7 +11,7 @@
 #include <unistd.h>
 
 #include "Kiv/Access/Failure.h"
-#include "Kiv/Access/FileAccess.h"
+#include "Kiv/Access/UnnamedFiles.h"
 
 namespace Kiv::Edit
 {
@@ -21,6 +20,10 @@ using namespace Kiv::Access;
 
 namespace
 {
+// The random part of a hidden copy's name: mkstemp's six characters, so that RemoveStale
+// recognises the copies of this file and nothing else of the user's.
+constexpr std::size_t HIDDEN_NAME_LETTERS = 6;
+
 // Closes a descriptor when it goes out of scope.
 class Descriptor
 {
@@ -101,7 +104,7 @@ bool TemporaryCopy::CreateUnnamed()
         // Not every file system has unnamed files; the hidden file takes their place.
         return false;
     }
-    m_Path = "/proc/self/fd/" + std::to_string(m_Unnamed);
+    m_Path = Kiv::Access::OpenFilePath(m_Unnamed);
     return true;
 }
 
@@ -189,7 +192,8 @@ void TemporaryCopy::RemoveStale(const std::string& target)
     {
         const std::string name = entry->path().filename().string();
         // mkstemp's six characters follow the prefix: nothing else of the user's matches.
-        if (name.size() == prefix.size() + 6 && name.compare(0, prefix.size(), prefix) == 0)
+        if (name.size() == prefix.size() + HIDDEN_NAME_LETTERS &&
+            name.compare(0, prefix.size(), prefix) == 0)
         {
             ::unlink(entry->path().c_str());
         }
@@ -235,20 +239,14 @@ void TemporaryCopy::ReplaceTarget(mode_t permissions)
     }
     if (m_Unnamed >= 0)
     {
-        // A name can only be given to a new entry: link the copy under a hidden name, then
-        // rename that over the file. A kill between the two leaves the hidden name, which the
-        // next save of the file removes.
-        const std::string hidden = HiddenName();
-        if (::linkat(AT_FDCWD, m_Path.c_str(), AT_FDCWD, hidden.c_str(), AT_SYMLINK_FOLLOW) != 0)
+        // A kill between link and rename leaves the hidden name, in the shape mkstemp gives the
+        // hidden copies, so that the next save of the file (RemoveStale) removes it.
+        if (const auto failure = Kiv::Access::LinkOver(m_Path, m_Target, HIDDEN_NAME_LETTERS))
         {
-            FailWithErrno("cannot give the saved copy a name");
-        }
-        if (::rename(hidden.c_str(), m_Target.c_str()) != 0)
-        {
-            const int error = errno;
-            ::unlink(hidden.c_str());
-            errno = error;
-            FailWithErrno("cannot put the saved copy in the file's place");
+            errno = failure->error;
+            FailWithErrno(failure->step == Kiv::Access::NamingFailure::LINK
+                              ? "cannot give the saved copy a name"
+                              : "cannot put the saved copy in the file's place");
         }
     }
     else if (::rename(m_Path.c_str(), m_Target.c_str()) != 0)
@@ -264,22 +262,6 @@ void TemporaryCopy::ReplaceTarget(mode_t permissions)
     {
         ::fsync(folder.Get());
     }
-}
-
-std::string TemporaryCopy::HiddenName() const
-{
-    // The shape mkstemp gives the hidden copies, so that RemoveStale knows it.
-    static const char LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    std::random_device random;
-    std::string suffix;
-    for (int i = 0; i < 6; ++i)
-    {
-        suffix += LETTERS[random() % (sizeof LETTERS - 1)];
-    }
-    const std::filesystem::path targetPath(m_Target);
-    return (std::filesystem::path(m_Folder) /
-            ("." + targetPath.filename().string() + ".kiv-" + suffix))
-        .string();
 }
 
 void TemporaryCopy::FailWithErrno(const std::string& what) const

@@ -42,7 +42,6 @@ private:
     void CopyInto(int source, int copy) const;
     bool CreateUnnamed();
     void CreateHidden(const std::filesystem::path& targetPath, int source);
-    std::string HiddenName() const;
     [[noreturn]] void FailWithErrno(const std::string& what) const;
 
     std::string m_Target;

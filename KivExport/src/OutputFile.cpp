@@ -2,13 +2,12 @@
 
 #include <cerrno>
 #include <fcntl.h>
-#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "Kiv/Access/Failure.h"
-#include "Kiv/Access/FileAccess.h"
 #include "Kiv/Access/InterruptCleanup.h"
+#include "Kiv/Access/UnnamedFiles.h"
 
 namespace Kiv::Export
 {
@@ -20,23 +19,9 @@ namespace
 {
 const int NAME_ATTEMPTS = 100;
 
-// ".NAME.kiv-" and twelve random letters and digits beside the final path: hidden, and unlikely
-// enough to be taken that watching the name before creating it cannot hit another's file.
-std::string HiddenTemporaryName(const std::string& finalPath)
-{
-    static const char LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    thread_local std::mt19937_64 engine{std::random_device{}()};
-    std::uniform_int_distribution<std::size_t> pick(0, sizeof LETTERS - 2);
-    const std::size_t slash = finalPath.find_last_of('/');
-    const std::string folder = slash == std::string::npos ? "" : finalPath.substr(0, slash + 1);
-    const std::string name = slash == std::string::npos ? finalPath : finalPath.substr(slash + 1);
-    std::string path = folder + "." + name + ".kiv-";
-    for (int i = 0; i < 12; ++i)
-    {
-        path += LETTERS[pick(engine)];
-    }
-    return path;
-}
+// Twelve random letters and digits in the hidden name: unlikely enough to be taken that watching
+// the name before creating it cannot hit another's file.
+constexpr std::size_t HIDDEN_NAME_LETTERS = 12;
 
 std::string FolderOf(const std::string& path)
 {
@@ -99,7 +84,7 @@ void OutputFile::CreateHidden()
     // with a file it does not know of.
     for (int attempt = 0; attempt < NAME_ATTEMPTS; ++attempt)
     {
-        std::string path = HiddenTemporaryName(m_FinalPath);
+        std::string path = Kiv::Access::HiddenNameBeside(m_FinalPath, HIDDEN_NAME_LETTERS);
         const std::size_t watch = InterruptCleanup::Watch(path);
         const int descriptor = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (descriptor >= 0)
@@ -202,7 +187,7 @@ void OutputFile::Commit()
 void OutputFile::CommitUnnamed()
 {
     // The descriptor is the file's only handle until it has a name, so the name comes first.
-    const std::string handle = "/proc/self/fd/" + std::to_string(m_Descriptor);
+    const std::string handle = Kiv::Access::OpenFilePath(m_Descriptor);
     // A link never replaces a file: an output that another run wrote meanwhile stays.
     if (::linkat(AT_FDCWD, handle.c_str(), AT_FDCWD, m_FinalPath.c_str(), AT_SYMLINK_FOLLOW) != 0)
     {
@@ -214,7 +199,11 @@ void OutputFile::CommitUnnamed()
         {
             Kiv::Access::Fail(m_FinalPath + ": already exists; not overwritten");
         }
-        ReplaceWithUnnamed(handle);
+        if (const auto failure = Kiv::Access::LinkOver(handle, m_FinalPath, HIDDEN_NAME_LETTERS))
+        {
+            FailWithSystemError(m_FinalPath + ": cannot move the output into place",
+                                failure->error);
+        }
     }
     const int descriptor = m_Descriptor;
     m_Descriptor = -1;
@@ -224,40 +213,6 @@ void OutputFile::CommitUnnamed()
         ::unlink(m_FinalPath.c_str());
         FailWrite(error);
     }
-}
-
-void OutputFile::ReplaceWithUnnamed(const std::string& handle)
-{
-    // Only a rename replaces a file in one step, and it needs a name to move: a hidden one,
-    // watched for as long as it stands.
-    for (int attempt = 0; attempt < NAME_ATTEMPTS; ++attempt)
-    {
-        const std::string hidden = HiddenTemporaryName(m_FinalPath);
-        const std::size_t watch = InterruptCleanup::Watch(hidden);
-        if (::linkat(AT_FDCWD, handle.c_str(), AT_FDCWD, hidden.c_str(), AT_SYMLINK_FOLLOW) != 0)
-        {
-            const int error = errno;
-            InterruptCleanup::Release(watch);
-            if (error == EEXIST)
-            {
-                continue;
-            }
-            FailWithSystemError(m_FinalPath + ": cannot move the output into place", error);
-        }
-        const bool moved = ::rename(hidden.c_str(), m_FinalPath.c_str()) == 0;
-        const int error = errno;
-        if (!moved)
-        {
-            ::unlink(hidden.c_str());
-        }
-        InterruptCleanup::Release(watch);
-        if (!moved)
-        {
-            FailWithSystemError(m_FinalPath + ": cannot move the output into place", error);
-        }
-        return;
-    }
-    Kiv::Access::Fail(m_FinalPath + ": cannot move the output into place: no free temporary name");
 }
 
 void BufferedOutput::Write(const void* bytes, std::size_t count)

@@ -35,7 +35,6 @@ private:
     bool CreateUnnamed();
     void CreateHidden();
     void CommitUnnamed();
-    void ReplaceWithUnnamed(const std::string& handle);
 
     std::string m_FinalPath;
     // Empty while the output has no name (or once it has its final one).

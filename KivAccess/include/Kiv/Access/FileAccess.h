@@ -29,10 +29,6 @@ OpenDataFile(const std::string& path, Kiv::DataCore::DataFile::EAccess access,
 // A file opened for reading, after RequireReadableFile.
 boost::shared_ptr<Kiv::DataCore::DataFile> OpenForReading(const std::string& path);
 
-// Whether this process can reach its open files by path (/proc/self/fd), which giving an
-// unnamed (O_TMPFILE) file a name needs; without it, writers use hidden named files instead.
-bool CanNameOpenFiles();
-
 // Replaces every occurrence of from in text by to.
 std::string ReplaceAll(std::string text, const std::string& from, const std::string& to);
 
