@@ -101,9 +101,12 @@ def bench_batch(folder, count=2000, rounds=3):
     for index in range(count):
         make_image(source / f"scan_{index:04d}.flt", 256, generator)
     files = sorted(source.iterdir())
-    # Paired rounds, each side's outputs removed and written back before the other runs, and
-    # the order alternated: how fast new files can be written here depends on what was written
-    # and freed just before, which would otherwise favour one side.
+    # Paired rounds, each side's outputs removed before the other runs, and the order
+    # alternated: how fast new files can be written here depends on what was written and freed
+    # just before. Each side also starts from a settled machine (synced, then idle for some
+    # seconds): memory freed a moment ago is written faster than memory the host has taken
+    # back, and the example only starts converting after the seconds its Python and Dask take
+    # to start, so without the pause the copy loop alone would write into just-freed memory.
     rates = ([], [])
     for round_number in range(rounds):
         sides = [(0, lambda out: copy_rate(files, out)),
@@ -113,6 +116,7 @@ def bench_batch(folder, count=2000, rounds=3):
         for index, run in sides:
             output = folder / f"out_{index}"
             os.sync()
+            time.sleep(6)
             rates[index].append(run(output))
             shutil.rmtree(output)
     copied, converted = statistics.median(rates[0]), statistics.median(rates[1])

@@ -13,58 +13,50 @@ file failed.
 """
 
 import argparse
-import json
 import os
 import sys
 import time
 
 
-def header_to_json(value):
-    """A header value as JSON: a Quantity becomes {"value": ..., "unit": ...}."""
-    import kiv
+def convert(source, target_stem, folders_made):
+    """Write target_stem.npy and target_stem.json; return None, or the one-line failure.
 
-    if isinstance(value, dict):
-        return {key: header_to_json(item) for key, item in value.items()}
-    if isinstance(value, kiv.Quantity):
-        return {"value": value.value, "unit": value.unit}
-    return value
-
-
-def convert(source, target_stem):
-    """Write target_stem.npy and target_stem.json; return None, or the one-line failure."""
+    folders_made holds the output folders already created, so that each is made once.
+    """
     import kiv
 
     try:
-        os.makedirs(os.path.dirname(target_stem) or ".", exist_ok=True)
+        folder = os.path.dirname(target_stem) or "."
+        if folder not in folders_made:
+            os.makedirs(folder, exist_ok=True)
+            folders_made.add(folder)
         with kiv.open(source) as data:
-            header = header_to_json(data.header)
-            # The module writes the .npy itself (image or curves), in one call that lets go of
-            # the GIL once, rather than numpy.save's Python code and a call per write.
+            # The module writes both files itself, each in one call that lets go of the GIL:
+            # the samples (image or curves) as .npy, the header as kiv export writes it in json
+            # (numbers as numbers, a value with a unit as {"value": ..., "unit": ...}).
             data.export(target_stem + ".npy", "npy", overwrite=True)
-        # json.dumps runs the C encoder; json.dump would write piece by piece in Python.
-        with open(target_stem + ".json", "w", encoding="utf-8") as out:
-            out.write(json.dumps(header, ensure_ascii=False))
+            data.export(target_stem + ".json", "json", overwrite=True)
         return None
     except (kiv.Error, OSError) as error:
         return str(error)
 
 
-def find_sources(folder):
-    """Every .flt file below folder, in a stable order."""
+def find_work(input_folder, output_folder):
+    """(source, target stem) for every .flt file below input_folder, in a stable order; the
+    stem keeps the file's place below the input folder."""
     found = []
-    for root, _, names in os.walk(folder):
-        found.extend(os.path.join(root, name) for name in names if name.lower().endswith(".flt"))
+    for root, _, names in os.walk(input_folder):
+        target_folder = os.path.normpath(
+            os.path.join(output_folder, os.path.relpath(root, input_folder)))
+        found.extend((os.path.join(root, name), os.path.join(target_folder, name[:-4]))
+                     for name in names if name.lower().endswith(".flt"))
     return sorted(found)
-
-
-def target_stem_for(source, input_folder, output_folder):
-    relative = os.path.relpath(source, input_folder)
-    return os.path.join(output_folder, os.path.splitext(relative)[0])
 
 
 def convert_many(pairs):
     """convert() over a chunk of (source, target stem); return [(source, failure or None)]."""
-    return [(source, convert(source, stem)) for source, stem in pairs]
+    folders_made = set()
+    return [(source, convert(source, stem, folders_made)) for source, stem in pairs]
 
 
 def worker_ready():
@@ -93,8 +85,7 @@ def run(input_folder, output_folder, client, chunk=None):
     """
     from dask.distributed import as_completed
 
-    sources = find_sources(input_folder)
-    pairs = [(source, target_stem_for(source, input_folder, output_folder)) for source in sources]
+    pairs = find_work(input_folder, output_folder)
     if chunk is None:
         workers = max(1, len(client.scheduler_info().get("workers", {})))
         chunk = max(1, min(64, len(pairs) // (4 * workers)))
@@ -121,6 +112,7 @@ def main():
                         help="LocalCluster workers as processes rather than threads of this one")
     arguments = parser.parse_args()
 
+    import dask
     from dask.distributed import Client, LocalCluster
 
     cluster = None
@@ -128,7 +120,10 @@ def main():
         client = Client(arguments.scheduler)
     else:
         # kiv lets go of the GIL while it reads and writes, so threads of one process
-        # convert side by side without shipping every result between processes.
+        # convert side by side without shipping every result between processes. Each worker
+        # would also sample the stacks of its threads every 10 ms for Dask's profile, taking
+        # the GIL from the conversions; tasks this uniform need no profile.
+        dask.config.set({"distributed.worker.profile.enabled": False})
         cluster = LocalCluster(n_workers=arguments.workers, threads_per_worker=1,
                                processes=arguments.processes, dashboard_address=None)
         client = Client(cluster)

@@ -148,10 +148,15 @@ std::string QuoteText(const std::string& latin1)
     return quoted + "\"";
 }
 
+std::string UnitSpelling(const UnitizedDouble& value)
+{
+    return value.GetUnit() ? Latin1ToUtf8(value.GetUnit()->GetAbbreviation()) : std::string();
+}
+
 std::string FormatUnitized(const UnitizedDouble& value)
 {
-    const std::string unit = value.GetUnit() ? value.GetUnit()->GetAbbreviation() : std::string();
-    return FormatNumber(value.GetValue()) + (unit.empty() ? "" : " " + Latin1ToUtf8(unit));
+    const std::string unit = UnitSpelling(value);
+    return FormatNumber(value.GetValue()) + (unit.empty() ? "" : " " + unit);
 }
 
 const float* MatrixSamples(const FloatMatrix& matrix)

@@ -13,9 +13,10 @@ namespace Kiv::Export
 
 namespace
 {
-const std::vector<Format> IMAGE_FORMATS = {Format::Gsf, Format::Npy, Format::Tiff, Format::Csv,
-                                           Format::Png};
-const std::vector<Format> CURVE_FORMATS = {Format::Npy, Format::Csv, Format::Tsv, Format::Png};
+const std::vector<Format> IMAGE_FORMATS = {Format::Gsf, Format::Npy, Format::Tiff,
+                                           Format::Csv, Format::Png, Format::Json};
+const std::vector<Format> CURVE_FORMATS = {Format::Npy, Format::Csv, Format::Tsv, Format::Png,
+                                           Format::Json};
 
 std::string Names(const std::vector<Format>& formats)
 {
@@ -71,6 +72,8 @@ void WriteFormat(const ExportSource& source, OutputFile& output, Format format,
         return WriteTextTable(source, output, '\t');
     case Format::Png:
         return LoadPngWriter()(source, output, options);
+    case Format::Json:
+        break; // the header, which ExportFile writes from the tree
     }
 }
 } // namespace
@@ -80,6 +83,15 @@ void ExportFile(Kiv::DataCore::DataFile& file, const std::string& sourcePath,
                 bool overwrite)
 {
     RequireUsableOptions(options);
+    if (format == Format::Json)
+    {
+        // Every file that opens has a header, whatever its samples hold, and reading them is
+        // not needed.
+        OutputFile output(outputPath, overwrite);
+        WriteHeaderJson(file, output);
+        output.Commit();
+        return;
+    }
     const ExportSource source = ReadExportSource(file, sourcePath);
     RequireFit(source, format);
     OutputFile output(outputPath, overwrite);

@@ -16,8 +16,9 @@ struct FormatEntry
 };
 
 const FormatEntry FORMATS[] = {
-    {"gsf", Format::Gsf, ".gsf"}, {"npy", Format::Npy, ".npy"}, {"tiff", Format::Tiff, ".tif"},
-    {"csv", Format::Csv, ".csv"}, {"tsv", Format::Tsv, ".tsv"}, {"png", Format::Png, ".png"},
+    {"gsf", Format::Gsf, ".gsf"},    {"npy", Format::Npy, ".npy"}, {"tiff", Format::Tiff, ".tif"},
+    {"csv", Format::Csv, ".csv"},    {"tsv", Format::Tsv, ".tsv"}, {"png", Format::Png, ".png"},
+    {"json", Format::Json, ".json"},
 };
 
 const FormatEntry& Describe(Format format)

@@ -14,5 +14,7 @@ void WriteNpy(const ExportSource& source, OutputFile& output);
 void WriteTiff(const ExportSource& source, OutputFile& output);
 void WriteTextTable(const ExportSource& source, OutputFile& output, char separator);
 void WritePngPreview(const ExportSource& source, OutputFile& output, const ExportOptions& options);
+// The whole header tree (every section and the file type's own records), not the samples.
+void WriteHeaderJson(Kiv::DataCore::DataContainer& file, OutputFile& output);
 
 } // namespace Kiv::Export

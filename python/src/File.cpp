@@ -292,7 +292,8 @@ void BindFile(py::module_& module)
         .def("export", &File::Export, py::arg("path"), py::arg("format"),
              py::arg("colormap") = "gray", py::arg("range") = py::none(),
              py::arg("overwrite") = false,
-             "Writes the data to path as format: gsf, npy, tiff, csv, tsv or png.\n"
+             "Writes the data to path as format: gsf, npy, tiff, csv, tsv or png, or the\n"
+             "header as json.\n"
              "colormap ('gray', 'afmhot', 'viridis') and range ((min, max)) shape a png "
              "preview;\nan existing path is kept unless overwrite.\n"
              ">>> f.export('scan.npy', 'npy')")

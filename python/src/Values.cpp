@@ -28,11 +28,7 @@ public:
 
     double Value() const { return m_Value->GetValue(); }
 
-    std::string Unit() const
-    {
-        const auto& unit = m_Value->GetUnit();
-        return unit ? ToDisplayText(unit->GetAbbreviation()) : std::string();
-    }
+    std::string Unit() const { return UnitSpelling(*m_Value); }
 
     double To(const std::string& target) const
     {

@@ -1,5 +1,6 @@
-"""Every export read back by a reader that is not ours: numpy, tifffile, pandas, PIL, and a GSF
-reader written here from the format's public description."""
+"""Every export read back by a reader that is not ours: numpy, tifffile, pandas, PIL, Python's json,
+and a GSF reader written here from the format's public description."""
+import json
 import struct
 
 import numpy as np
@@ -160,9 +161,9 @@ def test_png_previews_decode_in_colour(tmp_path, colormap):
 
 
 @pytest.mark.parametrize("source, fmt, fitting", [
-    (FORCE_SAMPLE, "gsf", "npy, csv, tsv, png"),
-    (FORCE_SAMPLE, "tiff", "npy, csv, tsv, png"),
-    (IMAGE_SAMPLE, "tsv", "gsf, npy, tiff, csv, png"),
+    (FORCE_SAMPLE, "gsf", "npy, csv, tsv, png, json"),
+    (FORCE_SAMPLE, "tiff", "npy, csv, tsv, png, json"),
+    (IMAGE_SAMPLE, "tsv", "gsf, npy, tiff, csv, png, json"),
 ])
 def test_formats_that_do_not_fit_are_refused(tmp_path, source, fmt, fitting):
     result = run_kiv("export", source, "--to", fmt, "-d", tmp_path)
@@ -170,3 +171,34 @@ def test_formats_that_do_not_fit_are_refused(tmp_path, source, fmt, fitting):
     failure = result.stderr.splitlines()
     assert len(failure) == 1 and str(source) in failure[0]
     assert failure[0].endswith("formats that fit: " + fitting)
+
+
+def plain_values(entries):
+    """The typed entries of a golden dump (checked by hand) as the plain values a header export
+    holds: a unitized number as {"value", "unit"}, samples left out."""
+    plain = {}
+    for key, entry in entries.items():
+        if entry["type"] == "container":
+            plain[key] = plain_values(entry["entries"])
+        elif entry["type"] == "unitized":
+            plain[key] = {"value": entry["value"], "unit": entry["unit"]}
+        elif entry["type"] not in ("matrix", "matrices"):
+            plain[key] = entry["value"]
+    return plain
+
+
+@pytest.mark.parametrize("source", [IMAGE_SAMPLE, FORCE_SAMPLE])
+def test_json_is_the_whole_header_in_file_order(tmp_path, source):
+    text = export(source, "json", tmp_path / "header.json").read_text(encoding="utf-8")
+    golden = json.loads(source.with_suffix(".json").read_text(encoding="utf-8"))["entries"]
+    header = json.loads(text)
+    assert header == plain_values(golden)
+    assert list(header) == list(golden)  # sections in file order
+
+
+def test_json_keeps_quotes_backslashes_and_latin1_text(tmp_path):
+    title = 'tip "B" \\ 25 \xb0C; caf\xe9'
+    source = write_image_file(tmp_path / "odd.flt", np.zeros((2, 2), np.float32), title=title)
+    header = json.loads(export(source, "json", tmp_path / "odd.json").read_text(encoding="utf-8"))
+    assert header["[Data Parameters]"]["Title"] == title
+    assert header["[Data Parameters]"]["ScanRangeX"] == {"value": 10.0, "unit": "\xb5m"}

@@ -90,7 +90,8 @@ std::string SummaryLine(const Kiv::Export::BatchSummary& summary)
 CLI::App* AddExportCommand(CLI::App& app, ExportArguments& arguments)
 {
     CLI::App* command = app.add_subcommand(
-        "export", "Write files' data as gsf, npy, tiff, csv or tsv, or a png preview");
+        "export",
+        "Write files' data as gsf, npy, tiff, csv or tsv, a png preview, or the header as json");
     command->add_option("FILE", arguments.files, "The data files")->required();
     command->add_option("--to", arguments.format, "Format: " + Kiv::Export::FormatNames())
         ->required();

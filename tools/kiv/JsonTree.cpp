@@ -1,6 +1,6 @@
 #include <cmath>
 
-#include "JsonStream.h"
+#include "Kiv/Access/JsonStream.h"
 #include "Kiv/Access/Latin1.h"
 #include "Kiv/Access/Statistics.h"
 #include "Kiv/Access/ValueView.h"
@@ -87,10 +87,8 @@ private:
         case ValueKind::Unitized:
             if (const auto value = ValueOf<UnitizedDouble>(object))
             {
-                const auto& unit = value->GetUnit();
                 OpenInline(kind).Number(value->GetValue()).Raw(", \"unit\": ");
-                m_Json.String(unit ? Latin1ToUtf8(unit->GetAbbreviation()) : std::string());
-                m_Json.Raw('}');
+                m_Json.String(UnitSpelling(*value)).Raw('}');
                 return true;
             }
             return false;

@@ -10,7 +10,7 @@ namespace Kiv::Export
 {
 
 // The formats an open file can be written to. Images go to every format but tsv; force curves
-// to npy, csv, tsv and png.
+// to npy, csv, tsv, png and json. json is the header alone, for either kind of file.
 enum class Format
 {
     Gsf,
@@ -19,14 +19,16 @@ enum class Format
     Csv,
     Tsv,
     Png,
+    Json,
 };
 
-// The format a user names ("gsf", "npy", "tiff" or "tif", "csv", "tsv", "png"; any case), or
+// The format a user names ("gsf", "npy", "tiff" or "tif", "csv", "tsv", "png", "json"; any
+// case), or
 // nothing for another name.
 std::optional<Format> ParseFormat(const std::string& name);
 // The format's name as ParseFormat takes it.
 std::string FormatName(Format format);
-// The extension of its files: ".gsf", ".npy", ".tif", ".csv", ".tsv", ".png".
+// The extension of its files: ".gsf", ".npy", ".tif", ".csv", ".tsv", ".png", ".json".
 std::string FormatExtension(Format format);
 // Every format's name, comma-separated, for help and error texts.
 std::string FormatNames();
@@ -47,7 +49,7 @@ bool IsKnownColormap(const std::string& name);
 // in messages and gives the title when the header has none. An existing outputPath is kept
 // unless overwrite is set. Raises Kiv::Access::Failure (one line naming the file) on failure,
 // including a format that does not fit the data: a force file to gsf or tiff ("... formats
-// that fit: npy, csv, tsv, png"), an image to tsv.
+// that fit: npy, csv, tsv, png, json"), an image to tsv.
 void ExportFile(Kiv::DataCore::DataFile& file, const std::string& sourcePath,
                 const std::string& outputPath, Format format, const ExportOptions& options = {},
                 bool overwrite = false);

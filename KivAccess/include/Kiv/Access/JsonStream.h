@@ -4,7 +4,7 @@
 #include <ostream>
 #include <string>
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 // JSON text sent to a stream as it is produced, in blocks, so that a dump of any size costs
@@ -39,4 +39,4 @@ private:
     std::string m_Pending;
 };
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access

@@ -1,4 +1,4 @@
-#include "JsonStream.h"
+#include "Kiv/Access/JsonStream.h"
 
 #include <charconv>
 #include <cmath>
@@ -7,7 +7,7 @@
 
 #include "Kiv/Access/ValueView.h"
 
-namespace Kiv::Tool
+namespace Kiv::Access
 {
 
 namespace
@@ -62,7 +62,7 @@ JsonStream& JsonStream::Number(double value)
 {
     if (!std::isfinite(value))
     {
-        return String(Kiv::Access::FormatNumber(value));
+        return String(FormatNumber(value));
     }
     char text[ITEM_ROOM];
     // The library's own formatter, so that every double reads as in its documents.
@@ -109,4 +109,4 @@ void JsonStream::Flush()
     }
 }
 
-} // namespace Kiv::Tool
+} // namespace Kiv::Access
