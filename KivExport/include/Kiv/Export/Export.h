@@ -23,8 +23,7 @@ enum class Format
 };
 
 // The format a user names ("gsf", "npy", "tiff" or "tif", "csv", "tsv", "png", "json"; any
-// case), or
-// nothing for another name.
+// case), or nothing for another name.
 std::optional<Format> ParseFormat(const std::string& name);
 // The format's name as ParseFormat takes it.
 std::string FormatName(Format format);
