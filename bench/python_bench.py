@@ -26,6 +26,8 @@ import kiv
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 TEMPLATE = ROOT / "samples" / "topography_128.flt"
+# Longer than the host takes to reclaim freed memory and than ext4 counts a deletion as recent.
+SETTLE_SECONDS = 6
 
 
 def make_image(path, size, generator):
@@ -116,7 +118,7 @@ def bench_batch(folder, count=2000, rounds=3):
         for index, run in sides:
             output = folder / f"out_{index}"
             os.sync()
-            time.sleep(6)
+            time.sleep(SETTLE_SECONDS)
             rates[index].append(run(output))
             shutil.rmtree(output)
     copied, converted = statistics.median(rates[0]), statistics.median(rates[1])

@@ -143,7 +143,7 @@ double ConvertUnit(double value, const Kiv::Core::UnitDescriptor& unit,
     const auto target = LookupKnownUnit(targetUnit);
     if (!unit.IsDimensionallyEquivalent(*target))
     {
-        Fail("\"" + ToDisplayText(unit.GetAbbreviation()) + "\" cannot be converted to \"" +
+        Fail("\"" + UnitSpelling(unit) + "\" cannot be converted to \"" +
              ToDisplayText(targetUnit) + "\"");
     }
     return target->ConvertFromBaseUnits(unit.ConvertToBaseUnits(value));

@@ -12,15 +12,14 @@ namespace Kiv::Access
 
 namespace
 {
-// Large enough that the stream sees few writes, small enough to stay in the cache.
-constexpr std::size_t BLOCK_BYTES = std::size_t{1} << 20;
 // The longest double text is 24 characters; room for a whole short item keeps the check rare.
 constexpr std::size_t ITEM_ROOM = 64;
 } // namespace
 
-JsonStream::JsonStream(std::ostream& out) : m_Out(out)
+JsonStream::JsonStream(std::ostream& out, std::size_t blockBytes)
+    : m_Out(out), m_BlockBytes(blockBytes)
 {
-    m_Pending.reserve(BLOCK_BYTES + ITEM_ROOM);
+    m_Pending.reserve(m_BlockBytes + ITEM_ROOM);
 }
 
 JsonStream::~JsonStream()
@@ -94,7 +93,7 @@ JsonStream& JsonStream::Unsigned(std::uint64_t value)
 
 void JsonStream::FlushWhenFull()
 {
-    if (m_Pending.size() >= BLOCK_BYTES)
+    if (m_Pending.size() >= m_BlockBytes)
     {
         Flush();
     }

@@ -148,9 +148,14 @@ std::string QuoteText(const std::string& latin1)
     return quoted + "\"";
 }
 
+std::string UnitSpelling(const Kiv::Core::UnitDescriptor& unit)
+{
+    return Latin1ToUtf8(unit.GetAbbreviation());
+}
+
 std::string UnitSpelling(const UnitizedDouble& value)
 {
-    return value.GetUnit() ? Latin1ToUtf8(value.GetUnit()->GetAbbreviation()) : std::string();
+    return value.GetUnit() ? UnitSpelling(*value.GetUnit()) : std::string();
 }
 
 std::string FormatUnitized(const UnitizedDouble& value)

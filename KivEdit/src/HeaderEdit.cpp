@@ -45,8 +45,8 @@ bool IsKnownUnit(const std::string& text)
 std::string RenderUnitExample(const boost::shared_ptr<DataObject>& object)
 {
     const auto value = ValueOf<UnitizedDouble>(object);
-    const auto unit = value ? value->GetUnit() : nullptr;
-    return "20 " + (unit ? Latin1ToUtf8(unit->GetAbbreviation()) : std::string("\xC2\xB5m"));
+    const std::string unit = value ? UnitSpelling(*value) : std::string();
+    return "20 " + (unit.empty() ? std::string("\xC2\xB5m") : unit);
 }
 
 std::string Quoted(const std::string& latin1)

@@ -1,8 +1,10 @@
 #include "Pelrix/PelrixDataFile.h"
 
+#include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "PelrixIdentity.h"
 
@@ -19,6 +21,44 @@ const std::uint16_t PelrixDataFile::VERSION = 1;
 
 namespace
 {
+// Closes the descriptor it holds when it goes.
+class ClosingDescriptor
+{
+public:
+    explicit ClosingDescriptor(int descriptor) : m_Descriptor(descriptor) {}
+    ~ClosingDescriptor()
+    {
+        if (m_Descriptor >= 0)
+        {
+            ::close(m_Descriptor);
+        }
+    }
+    ClosingDescriptor(const ClosingDescriptor&) = delete;
+    ClosingDescriptor& operator=(const ClosingDescriptor&) = delete;
+
+    int Get() const { return m_Descriptor; }
+
+private:
+    int m_Descriptor;
+};
+
+// Up to size bytes; 0 at the end of the file, or when it cannot be read.
+std::size_t ReadSome(int descriptor, char* into, std::size_t size)
+{
+    for (;;)
+    {
+        const ssize_t got = ::read(descriptor, into, size);
+        if (got >= 0)
+        {
+            return static_cast<std::size_t>(got);
+        }
+        if (errno != EINTR)
+        {
+            return 0;
+        }
+    }
+}
+
 BinaryFileStream::EMode StreamModeFor(int access)
 {
     switch (access)
@@ -161,14 +201,17 @@ void PelrixDataFile::PeekToDetermineFileType()
 
 bool PelrixDataFile::IsPelrixFile(const std::string& fileName)
 {
-    // Only regular files: a device or a pipe could feed the scan forever or block it.
+    // Only regular files: a device or a pipe could feed the scan forever or block it, and
+    // opening some devices does something. The name is checked before the open; the opened
+    // file again, and the open does not wait, in case the name was swapped for a pipe meanwhile.
     struct stat status;
     if (fileName.empty() || ::stat(fileName.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
     {
         return false;
     }
-    std::ifstream in(fileName, std::ios::binary);
-    if (!in)
+    const ClosingDescriptor file(
+        ::open(fileName.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (file.Get() < 0 || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))
     {
         return false;
     }
@@ -186,10 +229,9 @@ bool PelrixDataFile::IsPelrixFile(const std::string& fileName)
     // its first 64 MiB is not a Pelrix file.
     std::uint64_t scanned = 0;
     const std::uint64_t scanLimit = std::uint64_t(64) << 20;
-    while (lines < 100 && in && scanned < scanLimit)
+    while (lines < 100 && scanned < scanLimit)
     {
-        in.read(block.data(), static_cast<std::streamsize>(block.size()));
-        std::size_t got = static_cast<std::size_t>(in.gcount());
+        std::size_t got = ReadSome(file.Get(), block.data(), block.size());
         if (got == 0)
         {
             break;

@@ -4,6 +4,7 @@
 #include "Bindings.h"
 #include "Kiv/Access/Failure.h"
 #include "Kiv/Access/FileFacts.h"
+#include "Kiv/Access/HeaderValues.h"
 #include "Kiv/Access/Latin1.h"
 #include "Kiv/Access/ValueView.h"
 
@@ -13,7 +14,6 @@ namespace Kiv::Python
 using namespace Kiv::Access;
 using Kiv::DataCore::DataContainer;
 using Kiv::DataCore::DataObject;
-using Kiv::DataCore::StringList;
 using Kiv::DataCore::UnitizedDouble;
 
 namespace
@@ -76,58 +76,51 @@ void BindQuantity(py::module_& module)
         .def("__str__", [](const Quantity& q) { return FormatNumber(q.Value()) + " " + q.Unit(); });
 }
 
-// Every header value becomes a Python object here and nowhere else.
-py::object HeaderValueToPython(const boost::shared_ptr<DataObject>& object)
+namespace
 {
-    if (!object)
+// Every header value becomes a Python object here and nowhere else.
+class ToPython
+{
+public:
+    void Section(DataContainer& section) { m_Result = HeaderToPython(section); }
+    void Text(const std::string& utf8) { m_Result = py::str(utf8); }
+    void Whole(std::int64_t number) { m_Result = py::int_(number); }
+    void Number(double number) { m_Result = py::float_(number); }
+    void Quantity(const boost::shared_ptr<UnitizedDouble>& quantity)
     {
-        return py::none();
+        m_Result = py::cast(Kiv::Python::Quantity(quantity));
     }
-    switch (ClassifyValue(*object))
-    {
-    case ValueKind::String:
-        return py::str(Latin1ToUtf8(*ValueOf<std::string>(object)));
-    case ValueKind::Int:
-        return py::int_(*ValueOf<int>(object));
-    case ValueKind::Long:
-        return py::int_(static_cast<std::int32_t>(*ValueOf<Kiv::DataCore::HostLong>(object)));
-    case ValueKind::Float:
-        return py::float_(*ValueOf<float>(object));
-    case ValueKind::Double:
-        return py::float_(*ValueOf<double>(object));
-    case ValueKind::Unitized:
-        return py::cast(Quantity(ValueOf<UnitizedDouble>(object)));
-    case ValueKind::Strings:
+    void Texts(const std::vector<std::string>& utf8)
     {
         py::list texts;
-        for (const auto& text : *ValueOf<StringList>(object))
+        for (const auto& text : utf8)
         {
-            texts.append(py::str(Latin1ToUtf8(text)));
+            texts.append(py::str(text));
         }
-        return std::move(texts);
+        m_Result = std::move(texts);
     }
-    case ValueKind::Container:
-        return HeaderToPython(dynamic_cast<DataContainer&>(*object));
-    case ValueKind::Matrix:
-    case ValueKind::Matrices:
-    case ValueKind::Other:
-        break;
-    }
-    return py::none();
+    void Nothing() { m_Result = py::none(); }
+
+    py::object Take() { return std::move(m_Result); }
+
+private:
+    py::object m_Result;
+};
+} // namespace
+
+py::object HeaderValueToPython(const boost::shared_ptr<DataObject>& object)
+{
+    ToPython visitor;
+    VisitHeaderValue(object, visitor);
+    return visitor.Take();
 }
 
 py::dict HeaderToPython(DataContainer& container)
 {
     py::dict header; // Python dicts keep insertion order, so this is file order.
-    for (const auto& entry : container.GetEntries())
-    {
-        const auto kind = entry.second ? ClassifyValue(*entry.second) : ValueKind::Other;
-        if (kind == ValueKind::Matrix || kind == ValueKind::Matrices)
-        {
-            continue; // Samples are File.image and File.curves, not header values.
-        }
-        header[py::str(Latin1ToUtf8(entry.first))] = HeaderValueToPython(entry.second);
-    }
+    ForEachHeaderEntry(container,
+                       [&](const std::string& key, const boost::shared_ptr<DataObject>& object)
+                       { header[py::str(key)] = HeaderValueToPython(object); });
     return header;
 }
 

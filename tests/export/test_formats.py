@@ -196,9 +196,21 @@ def test_json_is_the_whole_header_in_file_order(tmp_path, source):
     assert list(header) == list(golden)  # sections in file order
 
 
-def test_json_keeps_quotes_backslashes_and_latin1_text(tmp_path):
+def refuse_constant(name):
+    raise AssertionError(f"{name} is not JSON")
+
+
+@pytest.mark.parametrize("scan_range, value", [
+    ("10.0000 \xb5m", 10.0),
+    # JSON has no NaN or infinity: they are written as strings, so that any reader takes the file.
+    ("nan \xb5m", "nan"),
+    ("-1e999 \xb5m", "-inf"),
+])
+def test_json_keeps_quotes_latin1_text_and_numbers_json_lacks(tmp_path, scan_range, value):
     title = 'tip "B" \\ 25 \xb0C; caf\xe9'
-    source = write_image_file(tmp_path / "odd.flt", np.zeros((2, 2), np.float32), title=title)
-    header = json.loads(export(source, "json", tmp_path / "odd.json").read_text(encoding="utf-8"))
+    source = write_image_file(tmp_path / "odd.flt", np.zeros((2, 2), np.float32),
+                              scan_range=scan_range, title=title)
+    text = export(source, "json", tmp_path / "odd.json").read_text(encoding="utf-8")
+    header = json.loads(text, parse_constant=refuse_constant)
     assert header["[Data Parameters]"]["Title"] == title
-    assert header["[Data Parameters]"]["ScanRangeX"] == {"value": 10.0, "unit": "\xb5m"}
+    assert header["[Data Parameters]"]["ScanRangeX"] == {"value": value, "unit": "\xb5m"}

@@ -131,6 +131,24 @@ def test_exports_read_back_by_numpy(tmp_path, image_path, force_path):
     numpy.testing.assert_array_equal(exported, force_file.curves)
 
 
+def plain(value):
+    """A File.header value as json holds it: a Quantity as {"value", "unit"}."""
+    if isinstance(value, dict):
+        return {key: plain(item) for key, item in value.items()}
+    if isinstance(value, kiv.Quantity):
+        return {"value": value.value, "unit": value.unit}
+    return value
+
+
+@pytest.mark.parametrize("source", ["image_path", "force_path"])
+def test_the_json_export_holds_what_file_header_gives(tmp_path, source, request):
+    data = kiv.open(request.getfixturevalue(source))
+    data.export(str(tmp_path / "header.json"), "json")
+    exported = json.loads((tmp_path / "header.json").read_text(encoding="utf-8"))
+    assert exported == plain(data.header)
+    assert list(exported) == list(data.header)
+
+
 def test_export_failures_name_the_file(tmp_path, image_path, force_path):
     output = str(tmp_path / "scan.npy")
     kiv.open(image_path).export(output, "npy")

@@ -94,9 +94,9 @@ std::string PixelSizeText(const boost::shared_ptr<DataObject>& range, std::size_
     {
         return "unknown";
     }
-    const std::string unit = value->GetUnit() ? value->GetUnit()->GetAbbreviation() : "";
+    const std::string unit = UnitSpelling(*value);
     return Figure(value->GetValue() / static_cast<double>(samples)) +
-           (unit.empty() ? "" : " " + Latin1ToUtf8(unit));
+           (unit.empty() ? "" : " " + unit);
 }
 
 void WriteImage(std::ostream& out, DataFile& file, const FloatMatrix& image)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -14,7 +15,9 @@ namespace Kiv::Access
 class JsonStream
 {
 public:
-    explicit JsonStream(std::ostream& out);
+    // The text reaches out in blocks of about blockBytes; the default means few writes of a
+    // block that still stays in the cache.
+    explicit JsonStream(std::ostream& out, std::size_t blockBytes = std::size_t{1} << 20);
     ~JsonStream();
     JsonStream(const JsonStream&) = delete;
     JsonStream& operator=(const JsonStream&) = delete;
@@ -36,6 +39,7 @@ private:
     void FlushWhenFull();
 
     std::ostream& m_Out;
+    std::size_t m_BlockBytes;
     std::string m_Pending;
 };
 

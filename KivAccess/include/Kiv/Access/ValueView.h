@@ -48,7 +48,9 @@ std::string FormatNumber(float value);
 // value stays on one line.
 std::string QuoteText(const std::string& latin1);
 
-// The unit of a unitized value as the file spells it (UTF-8), or "" when it has none.
+// A unit as the file spells it (UTF-8).
+std::string UnitSpelling(const Kiv::Core::UnitDescriptor& unit);
+// The unit of a unitized value as the file spells it, or "" when it has none.
 std::string UnitSpelling(const Kiv::DataCore::UnitizedDouble& value);
 // A unitized value as "number unit" (UTF-8), or the bare number when it has no unit.
 std::string FormatUnitized(const Kiv::DataCore::UnitizedDouble& value);
