@@ -12,44 +12,19 @@
 
 #include "Kiv/Access/Failure.h"
 #include "Kiv/Access/UnnamedFiles.h"
+#include "Kiv/Core/ScopedDescriptor.h"
 
 namespace Kiv::Edit
 {
 
 using namespace Kiv::Access;
+using Kiv::Core::ScopedDescriptor;
 
 namespace
 {
 // The random part of a hidden copy's name: mkstemp's six characters, so that RemoveStale
 // recognises the copies of this file and nothing else of the user's.
 constexpr std::size_t HIDDEN_NAME_LETTERS = 6;
-
-// Closes a descriptor when it goes out of scope.
-class Descriptor
-{
-public:
-    explicit Descriptor(int descriptor) : m_Descriptor(descriptor) {}
-    ~Descriptor()
-    {
-        if (m_Descriptor >= 0)
-        {
-            ::close(m_Descriptor);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const { return m_Descriptor; }
-    // Closes now, so that an error of the close itself is seen; false when it failed.
-    bool Close()
-    {
-        const int descriptor = m_Descriptor;
-        m_Descriptor = -1;
-        return ::close(descriptor) == 0;
-    }
-
-private:
-    int m_Descriptor;
-};
 
 bool WriteAll(int descriptor, const char* bytes, std::size_t count)
 {
@@ -113,7 +88,7 @@ void TemporaryCopy::CreateHidden(const std::filesystem::path& targetPath, int so
     std::string pattern =
         (std::filesystem::path(m_Folder) / ("." + targetPath.filename().string() + ".kiv-XXXXXX"))
             .string();
-    Descriptor copy(Kiv::Access::InterruptCleanup::CreateTemporaryFile(pattern, m_Watch));
+    ScopedDescriptor copy(Kiv::Access::InterruptCleanup::CreateTemporaryFile(pattern, m_Watch));
     if (copy.Get() < 0)
     {
         FailWithErrno("cannot create a temporary file in \"" + m_Folder + "\"");
@@ -224,7 +199,7 @@ void TemporaryCopy::SyncToDisk()
         }
         return;
     }
-    Descriptor copy(::open(m_Path.c_str(), O_RDONLY | O_CLOEXEC));
+    ScopedDescriptor copy(::open(m_Path.c_str(), O_RDONLY | O_CLOEXEC));
     if (copy.Get() < 0 || ::fsync(copy.Get()) != 0)
     {
         FailWithErrno("cannot flush the saved copy to disk");
@@ -257,7 +232,7 @@ void TemporaryCopy::ReplaceTarget(mode_t permissions)
     Kiv::Access::InterruptCleanup::Release(m_Watch);
     m_Watch = Kiv::Access::InterruptCleanup::NOT_WATCHED;
     // The rename is done; a folder that cannot be synced only loses durability, not data.
-    Descriptor folder(::open(m_Folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ScopedDescriptor folder(::open(m_Folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (folder.Get() >= 0)
     {
         ::fsync(folder.Get());

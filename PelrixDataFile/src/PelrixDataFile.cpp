@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Kiv/Core/ScopedDescriptor.h"
 #include "PelrixIdentity.h"
 
 namespace Pelrix
@@ -21,27 +22,6 @@ const std::uint16_t PelrixDataFile::VERSION = 1;
 
 namespace
 {
-// Closes the descriptor it holds when it goes.
-class ClosingDescriptor
-{
-public:
-    explicit ClosingDescriptor(int descriptor) : m_Descriptor(descriptor) {}
-    ~ClosingDescriptor()
-    {
-        if (m_Descriptor >= 0)
-        {
-            ::close(m_Descriptor);
-        }
-    }
-    ClosingDescriptor(const ClosingDescriptor&) = delete;
-    ClosingDescriptor& operator=(const ClosingDescriptor&) = delete;
-
-    int Get() const { return m_Descriptor; }
-
-private:
-    int m_Descriptor;
-};
-
 // Up to size bytes; 0 at the end of the file, or when it cannot be read.
 std::size_t ReadSome(int descriptor, char* into, std::size_t size)
 {
@@ -209,7 +189,7 @@ bool PelrixDataFile::IsPelrixFile(const std::string& fileName)
     {
         return false;
     }
-    const ClosingDescriptor file(
+    const Kiv::Core::ScopedDescriptor file(
         ::open(fileName.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (file.Get() < 0 || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode))
     {
