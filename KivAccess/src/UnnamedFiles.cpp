@@ -21,6 +21,11 @@ std::string OpenFilePath(int descriptor)
     return "/proc/self/fd/" + std::to_string(descriptor);
 }
 
+std::string HiddenNamePrefix(const std::string& fileName)
+{
+    return "." + fileName + ".kiv-";
+}
+
 std::string HiddenNameBeside(const std::string& path, std::size_t randomLetters)
 {
     static const char LETTERS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
@@ -29,7 +34,7 @@ std::string HiddenNameBeside(const std::string& path, std::size_t randomLetters)
     const std::size_t slash = path.find_last_of('/');
     const std::string folder = slash == std::string::npos ? "" : path.substr(0, slash + 1);
     const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
-    std::string hidden = folder + "." + name + ".kiv-";
+    std::string hidden = folder + HiddenNamePrefix(name);
     for (std::size_t i = 0; i < randomLetters; ++i)
     {
         hidden += LETTERS[pick(engine)];

@@ -86,7 +86,8 @@ bool TemporaryCopy::CreateUnnamed()
 void TemporaryCopy::CreateHidden(const std::filesystem::path& targetPath, int source)
 {
     std::string pattern =
-        (std::filesystem::path(m_Folder) / ("." + targetPath.filename().string() + ".kiv-XXXXXX"))
+        (std::filesystem::path(m_Folder) /
+         (HiddenNamePrefix(targetPath.filename().string()) + std::string(HIDDEN_NAME_LETTERS, 'X')))
             .string();
     ScopedDescriptor copy(Kiv::Access::InterruptCleanup::CreateTemporaryFile(pattern, m_Watch));
     if (copy.Get() < 0)
@@ -158,7 +159,7 @@ void TemporaryCopy::CopyInto(int source, int copy) const
 void TemporaryCopy::RemoveStale(const std::string& target)
 {
     const std::filesystem::path targetPath(target);
-    const std::string prefix = "." + targetPath.filename().string() + ".kiv-";
+    const std::string prefix = HiddenNamePrefix(targetPath.filename().string());
     const std::filesystem::path folder =
         targetPath.has_parent_path() ? targetPath.parent_path() : std::filesystem::path(".");
     std::error_code error;

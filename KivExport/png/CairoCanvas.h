@@ -10,6 +10,9 @@
 namespace Kiv::Export
 {
 
+// The colour of the previews' text, axes and frames: near black, softer than black on white.
+inline constexpr Rgb INK{0.1, 0.1, 0.1};
+
 // A white RGB canvas with the text and line helpers the previews share, written out as PNG.
 class CairoCanvas
 {

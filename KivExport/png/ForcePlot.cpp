@@ -20,7 +20,6 @@ const double PLOT_TOP = 56;
 const double PLOT_RIGHT = WIDTH - 28;
 const double PLOT_BOTTOM = HEIGHT - 72;
 const int COLUMNS_PER_SERIES = 4;
-const Rgb INK{0.1, 0.1, 0.1};
 const Rgb GRID{0.88, 0.88, 0.88};
 // Approach and retract of a series share a hue, the retract a darker shade of it.
 const Rgb PALETTE[] = {{0.12, 0.47, 0.71}, {0.84, 0.15, 0.16}, {0.17, 0.63, 0.17},

@@ -24,7 +24,6 @@ const int BAR_WIDTH = 22;
 const int BAR_GAP = 18;
 const int BAR_LABELS_WIDTH = 110;
 const int SCALE_BAR_HEIGHT = 52;
-const Rgb INK{0.1, 0.1, 0.1};
 
 class ImagePreview
 {

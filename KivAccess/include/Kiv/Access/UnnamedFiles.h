@@ -17,7 +17,11 @@ bool CanNameOpenFiles();
 // The path through which this process reaches an open file.
 std::string OpenFilePath(int descriptor);
 
-// ".NAME.kiv-" and randomLetters random letters and digits, beside path.
+// ".NAME.kiv-" for a file named NAME: how every hidden name beside it begins, so that a later
+// run can tell its leftovers from the user's files.
+std::string HiddenNamePrefix(const std::string& fileName);
+
+// The prefix above and randomLetters random letters and digits, beside path.
 std::string HiddenNameBeside(const std::string& path, std::size_t randomLetters);
 
 // Which step of LinkOver failed, and its errno.
