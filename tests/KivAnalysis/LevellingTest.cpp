@@ -1,0 +1,205 @@
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Kiv/Analysis/HeightParameters.h"
+#include "Kiv/Analysis/Levelling.h"
+
+namespace
+{
+
+using namespace Kiv::Analysis;
+
+const float NaN = std::numeric_limits<float>::quiet_NaN();
+
+struct Grid
+{
+    std::size_t rows;
+    std::size_t columns;
+    std::vector<float> samples;
+
+    ImageView View() const { return {samples.data(), rows, columns}; }
+};
+
+template <class F>
+Grid MakeGrid(std::size_t rows, std::size_t columns, F height)
+{
+    Grid grid{rows, columns, std::vector<float>(rows * columns)};
+    for (std::size_t r = 0; r < rows; ++r)
+    {
+        for (std::size_t c = 0; c < columns; ++c)
+        {
+            grid.samples[r * columns + c] = static_cast<float>(height(double(r), double(c)));
+        }
+    }
+    return grid;
+}
+
+TEST(LevelMethodText, ReadsEverySpellingAndWritesItPlainly)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"none", "none"},
+        {"plane", "plane"},
+        {"PLANE", "plane"},
+        {"poly:3", "poly:3"},
+        {"rows", "rows:median"},
+        {"rows:mean", "rows:mean"},
+        {"rows:poly:2", "rows:poly:2"},
+        {"rows:quantile:0.25", "rows:quantile:0.25"},
+        {"rows:mediandiff+plane", "rows:mediandiff+plane"},
+        {"none+zero:min", "zero:min"},
+        {"plane+zero:mean", "plane+zero:mean"},
+    };
+    for (const auto& [text, plain] : cases)
+    {
+        EXPECT_EQ(LevelMethod::Parse(text).Text(), plain) << text;
+    }
+}
+
+TEST(LevelMethodText, RefusesWhatDoesNotParseQuotingIt)
+{
+    for (const char* text :
+         {"", "flat", "poly", "poly:5", "poly:1.5", "poly:-1", "rows:poly", "rows:quantile:1.5",
+          "rows:quantile:x", "plane+", "zero:max", "rows:median:2"})
+    {
+        try
+        {
+            LevelMethod::Parse(text);
+            ADD_FAILURE() << "accepted \"" << text << "\"";
+        }
+        catch (const std::invalid_argument& error)
+        {
+            EXPECT_NE(std::string(error.what()).find(std::string("\"") + text + "\""),
+                      std::string::npos)
+                << error.what();
+        }
+    }
+}
+
+// Each background the method can remove exactly, with dropouts that must stay and not disturb
+// the fit; what remains is the constant the method leaves (0 for fits with an intercept).
+TEST(Levelling, RemovesTheBackgroundItFitsAndKeepsDropouts)
+{
+    struct Case
+    {
+        const char* method;
+        double (*height)(double r, double c);
+        double remains;
+    };
+    const Case cases[] = {
+        {"plane", [](double r, double c) { return 3.0 + 0.5 * c - 0.25 * r; }, 0.0},
+        {"poly:2", [](double r, double c) { return 1.0 + 0.01 * c * c - 0.02 * r * c + r; }, 0.0},
+        {"poly:4", [](double r, double c) { return 1e-4 * std::pow(c - 7, 4) - 1e-3 * r * r; },
+         0.0},
+        {"rows:mean", [](double r, double) { return r * r; }, 0.0},
+        {"rows:poly:3", [](double r, double c) { return r * (0.1 * c * c * c - c); }, 0.0},
+        {"rows:mediandiff", [](double r, double) { return 5.0 * r; }, 0.0},
+        {"plane+zero:min", [](double r, double c) { return 2.0 * c + r; }, 0.0},
+    };
+    for (const Case& test : cases)
+    {
+        Grid grid = MakeGrid(12, 15, test.height);
+        grid.samples[17] = NaN;
+        grid.samples[40] = std::numeric_limits<float>::infinity();
+        const std::vector<float> levelled = Level(grid.View(), LevelMethod::Parse(test.method));
+        for (std::size_t i = 0; i < levelled.size(); ++i)
+        {
+            if (i == 17 || i == 40)
+            {
+                EXPECT_EQ(std::memcmp(&levelled[i], &grid.samples[i], sizeof(float)), 0)
+                    << test.method;
+                continue;
+            }
+            ASSERT_NEAR(levelled[i], test.remains, 2e-4) << test.method << " at " << i;
+        }
+    }
+}
+
+// A threshold keeps the features out of the fit, so the background under them comes out flat.
+TEST(Levelling, ExcludedFeaturesDoNotTiltTheFit)
+{
+    Grid grid = MakeGrid(20, 20, [](double r, double c) { return 0.1 * c + 0.2 * r; });
+    for (std::size_t i : {45u, 46u, 47u, 65u, 66u, 67u, 300u, 301u})
+    {
+        grid.samples[i] += 50.0f;
+    }
+    Exclusion exclusion;
+    exclusion.abovePercentile = 90;
+    const auto method = LevelMethod::Parse("plane+plane");
+    const std::vector<float> levelled = Level(grid.View(), method, exclusion);
+    EXPECT_NEAR(levelled[0], 0.0, 1e-4);
+    EXPECT_NEAR(levelled[399], 0.0, 1e-4);
+    EXPECT_NEAR(levelled[46], 50.0, 1e-3);
+}
+
+// Large enough for the counted selection of the median rather than a plain one; the answer is
+// checked against a full sort, for an odd and an even count.
+TEST(HeightParameters, MedianOfManySamplesIsExact)
+{
+    std::mt19937 random(7);
+    std::normal_distribution<float> noise(2.0f, 3.0f);
+    for (const std::size_t rows : {401u, 400u})
+    {
+        Grid grid{rows, 301, std::vector<float>(rows * 301)};
+        for (float& sample : grid.samples)
+        {
+            sample = noise(random);
+        }
+        grid.samples[5] = NaN;
+        const HeightParameters figures = ComputeHeightParameters(grid.View());
+        std::vector<double> sorted;
+        for (const float sample : grid.samples)
+        {
+            if (std::isfinite(sample))
+            {
+                sorted.push_back(sample);
+            }
+        }
+        std::sort(sorted.begin(), sorted.end());
+        const std::size_t n = sorted.size();
+        const double median = (sorted[(n - 1) / 2] + sorted[n / 2]) / 2.0;
+        EXPECT_EQ(figures.median, median) << rows;
+        EXPECT_EQ(figures.count, n);
+        EXPECT_EQ(figures.excluded, 1u);
+        EXPECT_EQ(figures.minimum, sorted.front());
+        EXPECT_EQ(figures.maximum, sorted.back());
+    }
+}
+
+TEST(HeightParameters, NoUsableSampleGivesNaNFigures)
+{
+    const Grid grid{2, 2, {NaN, NaN, NaN, NaN}};
+    const HeightParameters figures = AnalyseSurface(grid.View(), LevelMethod::Parse("plane"));
+    EXPECT_EQ(figures.count, 0u);
+    EXPECT_EQ(figures.excluded, 4u);
+    EXPECT_TRUE(std::isnan(figures.Sq) && std::isnan(figures.median) && std::isnan(figures.Sz));
+}
+
+// On a tilted plane every pixel's gradient is the tilt, borders included, and each inner pixel's
+// area is its projection stretched by sqrt(1 + slope^2).
+TEST(HeightParameters, HybridFiguresOfAPlaneAreItsSlope)
+{
+    const double slope = 0.3; // height units per metre of x, with 1 nm pixels and nm heights
+    const Grid grid = MakeGrid(9, 9, [&](double, double c) { return slope * c; });
+    const Lateral lateral{{1e-9, 1e-9}, 1e-9};
+    const HeightParameters figures = ComputeHeightParameters(grid.View(), nullptr, lateral);
+    ASSERT_TRUE(figures.Sdq && figures.Sdr && figures.area);
+    EXPECT_NEAR(*figures.Sdq, slope, 1e-6);
+    // A border column's outer corners repeat its own height: its outer triangle is flat, its
+    // inner one has the whole slope and the two others half of it along each axis.
+    const double inner = std::sqrt(1 + slope * slope);
+    const double border = (inner + 1 + 2 * std::sqrt(1 + slope * slope / 2)) / 4;
+    const double expected = 9 * (7 * inner + 2 * border) * 1e-18;
+    EXPECT_NEAR(*figures.area / expected, 1.0, 1e-6);
+    EXPECT_NEAR(*figures.Sdr, *figures.area / 81e-18 - 1, 1e-12);
+    EXPECT_FALSE(ComputeHeightParameters(grid.View()).Sdq.has_value());
+}
+
+} // namespace
