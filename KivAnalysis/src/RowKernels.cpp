@@ -33,12 +33,12 @@ __attribute__((always_inline)) inline Lanes Broadcast(double value)
 }
 
 // Lanes combined pairwise, always in the same order.
-__attribute__((always_inline)) inline double Total(Lanes lanes)
+__attribute__((always_inline)) inline double Total(const Lanes& lanes)
 {
     return (lanes[0] + lanes[2]) + (lanes[1] + lanes[3]);
 }
 
-__attribute__((always_inline)) inline long long Total(LaneFlags lanes)
+__attribute__((always_inline)) inline long long Total(const LaneFlags& lanes)
 {
     long long total = 0;
     for (std::size_t lane = 0; lane < LANES; ++lane)
@@ -48,7 +48,7 @@ __attribute__((always_inline)) inline long long Total(LaneFlags lanes)
     return total;
 }
 
-__attribute__((always_inline)) inline bool Any(LaneFlags lanes)
+__attribute__((always_inline)) inline bool Any(const LaneFlags& lanes)
 {
     long long any = 0;
     for (std::size_t lane = 0; lane < LANES; ++lane)
@@ -58,7 +58,7 @@ __attribute__((always_inline)) inline bool Any(LaneFlags lanes)
     return any != 0;
 }
 
-__attribute__((always_inline)) inline double Smallest(Lanes lanes)
+__attribute__((always_inline)) inline double Smallest(const Lanes& lanes)
 {
     double smallest = lanes[0];
     for (std::size_t lane = 1; lane < LANES; ++lane)
@@ -68,7 +68,7 @@ __attribute__((always_inline)) inline double Smallest(Lanes lanes)
     return smallest;
 }
 
-__attribute__((always_inline)) inline double Largest(Lanes lanes)
+__attribute__((always_inline)) inline double Largest(const Lanes& lanes)
 {
     double largest = lanes[0];
     for (std::size_t lane = 1; lane < LANES; ++lane)
