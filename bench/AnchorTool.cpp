@@ -6,19 +6,28 @@
 //                                                          one section of COUNT keys
 //   kiv_bench_anchor open PATH ROUNDS                      median ms of opening the file through
 //                                                          the host and of the physical floor
+//   kiv_bench_anchor surface PATH ROWS COLUMNS             raw little-endian float32 samples of
+//                                                          a tilted, textured, noisy surface
+//   kiv_bench_anchor analysis PATH ROWS COLUMNS ROUNDS     median ms of the surface analysis of
+//                                                          those samples against one memcpy
 #include <chrono>
+#include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <fstream>
 #include <malloc.h>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 #include <boost/shared_ptr.hpp>
 
 #include "BaselineIO.h"
 #include "BenchFiles.h"
+#include "Kiv/Analysis/HeightParameters.h"
+#include "Kiv/Analysis/Levelling.h"
 #include "Kiv/DataCore/DataFile.h"
 #include "PairedTiming.h"
 #include "PelrixChecks.h"
@@ -97,6 +106,166 @@ void TimeOpen(const std::string& path, std::uint64_t rounds)
                 DurationSamples::MedianOf(ratios));
 }
 
+// A surface as an instrument sees it: a tilt that levelling has to remove, a texture and noise.
+// The noise comes from a fixed generator, so that every run and numpy see the same samples.
+void WriteSurface(const std::string& path, std::uint64_t rows, std::uint64_t columns)
+{
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    std::uint64_t state = 0x9E3779B97F4A7C15u;
+    const auto uniform = [&state]
+    {
+        state ^= state << 13;
+        state ^= state >> 7;
+        state ^= state << 17;
+        return static_cast<double>(state >> 11) * 0x1.0p-53;
+    };
+    std::vector<float> line(columns);
+    for (std::uint64_t row = 0; row < rows; ++row)
+    {
+        for (std::uint64_t column = 0; column < columns; ++column)
+        {
+            const double x = static_cast<double>(column);
+            const double y = static_cast<double>(row);
+            const double noise = (uniform() + uniform() + uniform() + uniform() - 2.0) * 0.25;
+            line[column] =
+                static_cast<float>(12.5 + 0.004 * x - 0.0025 * y +
+                                   0.3 * std::sin(0.05 * x) * std::cos(0.03 * y) + noise);
+        }
+        out.write(reinterpret_cast<const char*>(line.data()),
+                  static_cast<std::streamsize>(line.size() * sizeof(float)));
+    }
+    out.close();
+    if (!out)
+    {
+        throw std::runtime_error("cannot write " + path);
+    }
+}
+
+std::vector<float> ReadSurface(const std::string& path, std::uint64_t count)
+{
+    std::vector<float> samples(count);
+    std::ifstream in(path, std::ios::binary);
+    in.read(reinterpret_cast<char*>(samples.data()),
+            static_cast<std::streamsize>(count * sizeof(float)));
+    if (!in)
+    {
+        throw std::runtime_error(path + ": fewer samples than the size given");
+    }
+    return samples;
+}
+
+template <class Operation>
+double SecondsOf(Operation&& operation)
+{
+    const auto start = std::chrono::steady_clock::now();
+    operation();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// An operation and its baseline timed next to each other in every round, which of the two goes
+// first alternating, so that both see the same load and the same cache; the ratio is the median
+// of the rounds' own ratios, which a burst of load on a shared machine moves little.
+class PairedRounds
+{
+public:
+    template <class Baseline, class Operation>
+    void Round(bool baselineFirst, Baseline&& baseline, Operation&& operation)
+    {
+        double baselineSeconds = 0.0;
+        double operationSeconds = 0.0;
+        if (baselineFirst)
+        {
+            baselineSeconds = SecondsOf(baseline);
+            operationSeconds = SecondsOf(operation);
+        }
+        else
+        {
+            operationSeconds = SecondsOf(operation);
+            baselineSeconds = SecondsOf(baseline);
+        }
+        m_Operation.Add(operationSeconds);
+        m_Baseline.Add(baselineSeconds);
+        m_Ratios.push_back(operationSeconds / baselineSeconds);
+    }
+
+    double Milliseconds() const { return m_Operation.Median() * 1e3; }
+    double BaselineMilliseconds() const { return m_Baseline.Median() * 1e3; }
+    double Ratio() const { return DurationSamples::MedianOf(m_Ratios); }
+
+private:
+    DurationSamples m_Operation;
+    DurationSamples m_Baseline;
+    std::vector<double> m_Ratios;
+};
+
+// Prints two lines. The first: "COPY_MS PLANE_MS PLANE_RATIO LEVEL_FIGURES_MS
+// LEVEL_FIGURES_RATIO ROWS_MS ROWS_RATIO", medians of the rounds, each ratio against a memcpy of
+// the samples into a buffer already touched (the least a pass over them costs) timed beside it:
+// PLANE is AnalyseSurface with "plane", LEVEL_FIGURES is LevelInto "plane" into a buffer followed
+// by ComputeHeightParameters of it, ROWS is LevelInto "rows:median". The second: AnalyseSurface's
+// figures "mean median minimum maximum Sa Sq Ssk Sku Sp Sv Sz", for numpy_level.py to agree with.
+void TimeAnalysis(const std::string& path, std::uint64_t rows, std::uint64_t columns,
+                  std::uint64_t rounds)
+{
+    namespace Analysis = Kiv::Analysis;
+    const std::vector<float> samples = ReadSurface(path, rows * columns);
+    const Analysis::ImageView image{samples.data(), rows, columns};
+    const std::size_t bytes = samples.size() * sizeof(float);
+    std::vector<float> copy(samples.size());     // zeroed, so its pages are touched
+    std::vector<float> levelled(samples.size()); // likewise
+    const Analysis::LevelMethod plane = Analysis::LevelMethod::Parse("plane");
+    const Analysis::LevelMethod rowsMedian = Analysis::LevelMethod::Parse("rows:median");
+
+    Analysis::HeightParameters figures;
+    const auto memcpyBaseline = [&]
+    {
+        std::memcpy(copy.data(), samples.data(), bytes);
+        benchmark::DoNotOptimize(copy.data());
+        benchmark::ClobberMemory();
+    };
+    const auto analyse = [&]
+    {
+        figures = Analysis::AnalyseSurface(image, plane);
+        benchmark::DoNotOptimize(figures);
+    };
+    const auto levelThenFigures = [&]
+    {
+        Analysis::LevelInto(image, plane, {}, levelled.data());
+        Analysis::HeightParameters levelledFigures =
+            Analysis::ComputeHeightParameters({levelled.data(), rows, columns});
+        benchmark::DoNotOptimize(levelledFigures);
+    };
+    const auto levelRows = [&]
+    {
+        Analysis::LevelInto(image, rowsMedian, {}, levelled.data());
+        benchmark::DoNotOptimize(levelled.data());
+        benchmark::ClobberMemory();
+    };
+
+    // One-time costs of a process (thread start, first use of code pages) as a warm-up.
+    memcpyBaseline();
+    levelThenFigures();
+    levelRows();
+    analyse();
+
+    PairedRounds analysed;
+    PairedRounds levelledThenFigures;
+    PairedRounds rowsLevelled;
+    for (std::uint64_t round = 0; round < rounds; ++round)
+    {
+        const bool baselineFirst = round % 2 == 1;
+        analysed.Round(baselineFirst, memcpyBaseline, analyse);
+        levelledThenFigures.Round(baselineFirst, memcpyBaseline, levelThenFigures);
+        rowsLevelled.Round(baselineFirst, memcpyBaseline, levelRows);
+    }
+    std::printf("%.3f %.3f %.3f %.3f %.3f %.3f %.3f\n", analysed.BaselineMilliseconds(),
+                analysed.Milliseconds(), analysed.Ratio(), levelledThenFigures.Milliseconds(),
+                levelledThenFigures.Ratio(), rowsLevelled.Milliseconds(), rowsLevelled.Ratio());
+    std::printf("%.17g %.17g %.17g %.17g %.17g %.17g %.17g %.17g %.17g %.17g %.17g\n", figures.mean,
+                figures.median, figures.minimum, figures.maximum, figures.Sa, figures.Sq,
+                figures.Ssk, figures.Sku, figures.Sp, figures.Sv, figures.Sz);
+}
+
 } // namespace
 } // namespace KivBench
 
@@ -121,10 +290,20 @@ int main(int argc, char** argv)
         {
             KivBench::TimeOpen(argv[2], KivBench::Number(argv[3]));
         }
+        else if (command == "surface" && argc == 5)
+        {
+            KivBench::WriteSurface(argv[2], KivBench::Number(argv[3]), KivBench::Number(argv[4]));
+        }
+        else if (command == "analysis" && argc == 6)
+        {
+            KivBench::TimeAnalysis(argv[2], KivBench::Number(argv[3]), KivBench::Number(argv[4]),
+                                   KivBench::Number(argv[5]));
+        }
         else
         {
             std::fprintf(stderr, "usage: kiv_bench_anchor image PATH WIDTH HEIGHT [HOLE_BYTES] | "
-                                 "keys PATH COUNT | open PATH ROUNDS\n");
+                                 "keys PATH COUNT | open PATH ROUNDS | surface PATH ROWS COLUMNS | "
+                                 "analysis PATH ROWS COLUMNS ROUNDS\n");
             return 2;
         }
     }

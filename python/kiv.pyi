@@ -1,5 +1,5 @@
 """Scanning-probe files as numpy arrays with their header."""
-from typing import Any, Optional
+from typing import Any, Iterator, Optional, TypedDict
 
 import numpy
 import numpy.typing
@@ -37,6 +37,48 @@ class Quantity:
     def to(self, unit: str) -> float: ...
     def __float__(self) -> float: ...
 
+class Stats(TypedDict):
+    """Height parameters (ISO 25178-2) over the count used samples; moments divide by N.
+    Sku is ISO's kurtosis, 3 for a Gaussian surface; Gwyddion's kurtosis is Sku - 3.
+    Sdq, Sdr and area (m^2) are None unless both the pixel size and the height unit are known."""
+    count: int
+    excluded: int
+    mean: float
+    median: float
+    min: float
+    max: float
+    Sa: float
+    Sq: float
+    Ssk: float
+    Sku: float
+    Sp: float
+    Sv: float
+    Sz: float
+    Sdq: Optional[float]
+    Sdr: Optional[float]
+    area: Optional[float]
+    z_unit: Optional[str]
+    pixel_size: Optional[tuple[float, float]]
+
+class FileStats(Stats):
+    file: str
+    level: str
+
+class Profile:
+    """Unpacks as (distance, height); distance in metres when .metres, in pixels otherwise."""
+    @property
+    def distance(self) -> numpy.typing.NDArray[numpy.float64]: ...
+    @property
+    def height(self) -> numpy.typing.NDArray[numpy.float64]: ...
+    @property
+    def metres(self) -> bool: ...
+    @property
+    def level(self) -> str: ...
+    @property
+    def z_unit(self) -> Optional[str]: ...
+    def __iter__(self) -> Iterator[numpy.typing.NDArray[numpy.float64]]: ...
+    def __len__(self) -> int: ...
+
 HeaderValue = str | int | float | Quantity | list[str] | dict[str, Any] | None
 
 class File:
@@ -64,10 +106,23 @@ class File:
     def unset(self, section: str, key: str) -> None: ...
     def save(self, allow_loss: bool = False, dry_run: bool = False) -> SaveReport: ...
     def export(self, path: str, format: str, colormap: str = "gray",
-               range: Optional[tuple[float, float]] = None, overwrite: bool = False) -> None: ...
+               range: Optional[tuple[float, float]] = None, overwrite: bool = False,
+               level: Optional[str] = None) -> None: ...
+    def stats(self, level: str = "plane", exclude_above: Optional[float] = None,
+              exclude_below: Optional[float] = None,
+              exclude_above_percentile: Optional[float] = None,
+              z_unit: Optional[str] = None) -> FileStats: ...
+    def profile(self, row: Optional[int] = None, col: Optional[int] = None,
+                start: Optional[tuple[float, float]] = None,
+                end: Optional[tuple[float, float]] = None, metres: bool = False,
+                level: str = "none") -> Profile: ...
     def close(self) -> None: ...
     def __enter__(self) -> "File": ...
     def __exit__(self, *args: object) -> None: ...
 
 def open(path: str) -> File: ...
 def formats() -> list[str]: ...
+def level(array: numpy.typing.ArrayLike, method: str = "plane",
+          mask: Optional[numpy.typing.ArrayLike] = None) -> numpy.typing.NDArray[numpy.float32]: ...
+def stats(array: numpy.typing.ArrayLike, pixel_size: Optional[float | tuple[float, float]] = None,
+          z_unit: Optional[str] = None, mask: Optional[numpy.typing.ArrayLike] = None) -> Stats: ...

@@ -99,6 +99,103 @@ verdict "kiv set 64 MiB image / copy + fsync" "$(field 5 "$save")" "<=" 3 x
 verdict "kiv set 64 MiB image, peak memory" "$(field 2 "$save")" "<=" \
     "$(awk -v s="$image_bytes" 'BEGIN { print 1.3 * s / 1e6 }')" MB
 
+# ---- surface analysis (levelling, height parameters, kiv stats) ----
+echo
+echo "== surface analysis: levelling, height parameters and kiv stats =="
+analysis="$work/analysis"
+mkdir -p "$analysis"
+surface="$analysis/surface-4096.f32"
+"$anchor" surface "$surface" 4096 4096
+# In-process rounds are cheap next to numpy's (about 4 s a round in float64).
+timings=$("$anchor" analysis "$surface" 4096 4096 15)
+numpy_level=$("$python" "$root/bench/numpy_level.py" "$surface" 4096 4096 3)
+ours="$(sed -n 1p <<<"$timings")"
+copy_ms=$(field 1 "$ours")
+plane_ms=$(field 2 "$ours")
+numpy_ms=$(sed -n 1p <<<"$numpy_level")
+echo "  4096 x 4096: one memcpy of the 64 MiB of samples $copy_ms ms;" \
+     "AnalyseSurface plane $plane_ms ms"
+echo "  for information: LevelInto plane + ComputeHeightParameters $(field 4 "$ours") ms" \
+     "($(field 5 "$ours") x memcpy); LevelInto rows:median $(field 6 "$ours") ms"
+verdict "plane + height parameters 4096 x 4096 / memcpy (medians)" "$(field 3 "$ours")" "<=" 4 x
+echo "  numpy float64 (lstsq plane, subtract, figures): $numpy_ms ms; AnalyseSurface $plane_ms ms"
+verdict "plane + height parameters, numpy float64 / AnalyseSurface" \
+    "$(awk -v n="$numpy_ms" -v k="$plane_ms" 'BEGIN { print n / k }')" ">=" 10 x
+# Both sides must have done the same work: their figures agree to float rounding.
+if ! awk -v ours="$(sed -n 2p <<<"$timings")" -v numpy="$(sed -n 2p <<<"$numpy_level")" 'BEGIN {
+        n = split(ours, a, " "); split(numpy, b, " "); worst = 0
+        for (i = 1; i <= n; ++i) {
+            d = a[i] - b[i]; d = d < 0 ? -d : d
+            scale = b[i] < 0 ? -b[i] : b[i]; scale = scale < 1 ? 1 : scale
+            if (d / scale > worst) worst = d / scale
+        }
+        printf "  figures (mean median min max Sa Sq Ssk Sku Sp Sv Sz) against numpy: largest" \
+               " difference %.2g (relative, at least 1)\n", worst
+        exit !(n == 11 && worst <= 1e-6) }'; then
+    echo "  the figures of AnalyseSurface and numpy differ:" >&2
+    echo "    ours  $(sed -n 2p <<<"$timings")" >&2
+    echo "    numpy $(sed -n 2p <<<"$numpy_level")" >&2
+    status=1
+fi
+verdict "rows:median LevelInto 4096 x 4096 / memcpy (medians)" "$(field 7 "$ours")" "<=" 8 x
+rm -f "$surface"
+
+# kiv stats against cp over the same small files, whole processes as bench/export_bench.sh
+# times kiv export: one warm-up each, then rounds alternating which goes first.
+stats_files=2000
+mkdir -p "$analysis/small"
+"$build_dir/bin/kiv_bench_export_files" "$analysis/small" small "$stats_files"
+# The files just written are still being written back; timed during that, whichever side ran
+# first would pay for it.
+sync
+# seconds OUTPUT COMMAND...: wall-clock seconds of one run of COMMAND, its stdout to OUTPUT.
+seconds() {
+    local output="$1" start
+    shift
+    start=$(date +%s.%N)
+    "$@" >"$output" || { echo "failed: $1 $2 ... (exit status $?)" >&2; return 1; }
+    awk -v start="$start" -v end="$(date +%s.%N)" 'BEGIN { print end - start }'
+}
+copy_small() {
+    rm -rf "$analysis/copies"
+    mkdir "$analysis/copies"
+    seconds /dev/null cp -t "$analysis/copies" "$analysis/small"/*.flt
+}
+stats_small() { seconds "$analysis/stats.json" "$kiv" stats "$analysis/small"/*.flt --json -j 2; }
+copy_small >/dev/null
+stats_small >/dev/null
+# One JSON object a line, one line a file.
+"$python" -c 'import json, sys
+lines = [json.loads(line) for line in open(sys.argv[1])]
+if len(lines) != int(sys.argv[2]):
+    raise SystemExit(f"kiv stats --json gave {len(lines)} lines for {sys.argv[2]} files")' \
+    "$analysis/stats.json" "$stats_files"
+copy_times=""
+stats_times=""
+stats_ratios=""
+for round in $(seq "$rounds"); do
+    if ((round % 2 == 0)); then
+        stats_s=$(stats_small)
+        copy_s=$(copy_small)
+    else
+        copy_s=$(copy_small)
+        stats_s=$(stats_small)
+    fi
+    copy_times+="$copy_s"$'\n'
+    stats_times+="$stats_s"$'\n'
+    stats_ratios+="$(awk -v c="$copy_s" -v k="$stats_s" 'BEGIN { print c / k }')"$'\n'
+done
+median() { sort -g | awk 'NF { v[++n] = $1 } END { print v[int((n + 1) / 2)] }'; }
+echo "  $stats_files files of 256 x 256: cp" \
+     "$(awk -v n="$stats_files" -v s="$(median <<<"$copy_times")" 'BEGIN { printf "%.0f", n / s }')" \
+     "files/s; kiv stats --json -j 2 (plane levelling, its default)" \
+     "$(awk -v n="$stats_files" -v s="$(median <<<"$stats_times")" 'BEGIN { printf "%.0f", n / s }')" \
+     "files/s (medians of $rounds rounds)"
+verdict "kiv stats --json -j 2, $stats_files files, files/s / cp's" \
+    "$(median <<<"$stats_ratios")" ">=" 0.5 x
+rm -rf "$analysis"
+# ---- end of the surface analysis section ----
+
 # ---- Python module (kiv.open(p).image and the Dask batch example) ----
 echo
 echo "== Python module: image read and batch conversion =="

@@ -29,16 +29,19 @@ struct Bracket
 };
 
 // The sample is taken in short runs of neighbouring pixels, a cache line of samples each, so that
-// it costs a few thousand memory reads rather than one for every value.
-const std::size_t BRACKET_RUNS = 1 << 12;
+// it costs a few thousand memory reads rather than one for every value. Its size grows with the
+// image's: the bracket narrows as the square root of the sample, and the samples kept in it cost
+// a selection.
 const std::size_t RUN_LENGTH = 16;
+const std::size_t FEWEST_RUNS = 64;
+const std::size_t MOST_RUNS = 1 << 12;
+const std::size_t PIXELS_A_RUN = 1 << 10;
 
 Bracket MedianBracket(const Surface& surface, const Usable& usable)
 {
     const ImageView& image = surface.image;
-    const std::size_t runs =
-        std::max<std::size_t>(1, std::min(BRACKET_RUNS, image.Count() / RUN_LENGTH));
-    const std::size_t spacing = image.Count() / runs;
+    const std::size_t runs = std::clamp(image.Count() / PIXELS_A_RUN, FEWEST_RUNS, MOST_RUNS);
+    const std::size_t spacing = std::max<std::size_t>(1, image.Count() / runs);
     std::vector<double> sample;
     sample.reserve(runs * RUN_LENGTH);
     for (std::size_t run = 0; run < runs; ++run)

@@ -142,62 +142,13 @@ void RowMoments(const double* z, const double* u, std::size_t count, int degree,
     }
 }
 
-KIV_WIDE_VECTORS
-RowExtent MeasureRow(const double* z, std::size_t count, double low, double high,
-                     std::vector<double>& inside)
+namespace
 {
-    const double infinity = std::numeric_limits<double>::infinity();
-    Lanes sum = {};
-    Lanes minimum = Broadcast(infinity);
-    Lanes maximum = Broadcast(-infinity);
-    LaneFlags below = {};
-    const Lanes lows = Broadcast(low);
-    const Lanes highs = Broadcast(high);
-    std::size_t i = 0;
-    for (; i + LANES <= count; i += LANES)
-    {
-        const Lanes v = Load(z + i);
-        sum += v;
-        minimum = v < minimum ? v : minimum;
-        maximum = v > maximum ? v : maximum;
-        below -= v < lows; // a true comparison is -1 in every bit
-        const LaneFlags in = (v >= lows) & (v <= highs);
-        // Few samples fall inside the bracket: most groups of lanes skip this.
-        if (Any(in))
-        {
-            for (std::size_t lane = 0; lane < LANES; ++lane)
-            {
-                if (in[lane])
-                {
-                    inside.push_back(v[lane]);
-                }
-            }
-        }
-    }
-    for (std::size_t lane = 0; i < count; ++i, ++lane)
-    {
-        const double v = z[i];
-        sum[lane] += v;
-        minimum[lane] = std::min(minimum[lane], v);
-        maximum[lane] = std::max(maximum[lane], v);
-        below[lane] += v < low;
-        if (v >= low && v <= high)
-        {
-            inside.push_back(v);
-        }
-    }
-    RowExtent extent;
-    extent.sum = Total(sum);
-    extent.minimum = Smallest(minimum);
-    extent.maximum = Largest(maximum);
-    extent.below = static_cast<std::uint64_t>(Total(below));
-    return extent;
-}
-
-KIV_WIDE_VECTORS
-RowExtent MeasureRowAndDeviations(const double* z, std::size_t count, double low, double high,
-                                  double shift, std::vector<double>& inside,
-                                  DeviationSums& deviations)
+// One loop for both measures; the deviations cost a third of it and are summed only when asked.
+template <bool WITH_DEVIATIONS>
+__attribute__((always_inline)) inline RowExtent
+Measure(const double* z, std::size_t count, double low, double high, double shift,
+        std::vector<double>& inside, DeviationSums& deviations)
 {
     const double infinity = std::numeric_limits<double>::infinity();
     Lanes sum = {};
@@ -220,15 +171,19 @@ RowExtent MeasureRowAndDeviations(const double* z, std::size_t count, double low
         sum += v;
         minimum = v < minimum ? v : minimum;
         maximum = v > maximum ? v : maximum;
-        below -= v < lows;
-        const Lanes d = v - shifts;
-        const Lanes d2 = d * d;
-        absolute += d < zeros ? -d : d;
-        squares += d2;
-        cubes += d2 * d;
-        fourths += d2 * d2;
-        side += (d < zeros) - (d > zeros);
+        below -= v < lows; // a true comparison is -1 in every bit
+        if (WITH_DEVIATIONS)
+        {
+            const Lanes d = v - shifts;
+            const Lanes d2 = d * d;
+            absolute += d < zeros ? -d : d;
+            squares += d2;
+            cubes += d2 * d;
+            fourths += d2 * d2;
+            side += (d < zeros) - (d > zeros);
+        }
         const LaneFlags in = (v >= lows) & (v <= highs);
+        // Few samples fall inside the bracket: most groups of lanes skip this.
         if (Any(in))
         {
             for (std::size_t lane = 0; lane < LANES; ++lane)
@@ -247,12 +202,15 @@ RowExtent MeasureRowAndDeviations(const double* z, std::size_t count, double low
         minimum[lane] = std::min(minimum[lane], v);
         maximum[lane] = std::max(maximum[lane], v);
         below[lane] += v < low;
-        const double d = v - shift;
-        absolute[lane] += std::fabs(d);
-        squares[lane] += d * d;
-        cubes[lane] += d * d * d;
-        fourths[lane] += d * d * d * d;
-        side[lane] += (d > 0) - (d < 0);
+        if (WITH_DEVIATIONS)
+        {
+            const double d = v - shift;
+            absolute[lane] += std::fabs(d);
+            squares[lane] += d * d;
+            cubes[lane] += d * d * d;
+            fourths[lane] += d * d * d * d;
+            side[lane] += (d > 0) - (d < 0);
+        }
         if (v >= low && v <= high)
         {
             inside.push_back(v);
@@ -263,12 +221,32 @@ RowExtent MeasureRowAndDeviations(const double* z, std::size_t count, double low
     extent.minimum = Smallest(minimum);
     extent.maximum = Largest(maximum);
     extent.below = static_cast<std::uint64_t>(Total(below));
-    deviations.absolute += Total(absolute);
-    deviations.squares += Total(squares);
-    deviations.cubes += Total(cubes);
-    deviations.fourths += Total(fourths);
-    deviations.side += Total(side);
+    if (WITH_DEVIATIONS)
+    {
+        deviations.absolute += Total(absolute);
+        deviations.squares += Total(squares);
+        deviations.cubes += Total(cubes);
+        deviations.fourths += Total(fourths);
+        deviations.side += Total(side);
+    }
     return extent;
+}
+} // namespace
+
+KIV_WIDE_VECTORS
+RowExtent MeasureRow(const double* z, std::size_t count, double low, double high,
+                     std::vector<double>& inside)
+{
+    DeviationSums unused;
+    return Measure<false>(z, count, low, high, 0.0, inside, unused);
+}
+
+KIV_WIDE_VECTORS
+RowExtent MeasureRowAndDeviations(const double* z, std::size_t count, double low, double high,
+                                  double shift, std::vector<double>& inside,
+                                  DeviationSums& deviations)
+{
+    return Measure<true>(z, count, low, high, shift, inside, deviations);
 }
 
 KIV_WIDE_VECTORS

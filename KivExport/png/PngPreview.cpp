@@ -44,6 +44,7 @@ public:
         m_Canvas.SetColour(INK);
         m_Canvas.Text(m_Source.title, MARGIN, TITLE_HEIGHT - 14, 18, CairoCanvas::Align::Left,
                       true);
+        DrawLevellingCaption();
         DrawSamples();
         DrawColourBar();
         DrawScaleBar();
@@ -95,6 +96,21 @@ private:
         cairo_paint(cr);
         cairo_restore(cr);
         cairo_surface_destroy(samples);
+    }
+
+    // What was subtracted before the colours were mapped, after the title in smaller type: a
+    // reader must not take a levelled picture for the raw scan, nor the other way round.
+    void DrawLevellingCaption()
+    {
+        if (!m_Source.levelling)
+        {
+            return;
+        }
+        const std::string caption = *m_Source.levelling == "none"
+                                        ? std::string("not levelled")
+                                        : "levelled: " + *m_Source.levelling;
+        const double left = MARGIN + m_Canvas.TextWidth(m_Source.title, 18, true) + 12;
+        m_Canvas.Text(caption, left, TITLE_HEIGHT - 14, 13);
     }
 
     std::string ValueText(double value) const

@@ -1,11 +1,7 @@
 #include "Kiv/Export/BatchExport.h"
 
-#include <atomic>
-#include <chrono>
 #include <map>
-#include <mutex>
 #include <sys/stat.h>
-#include <thread>
 
 #include "Kiv/Access/Failure.h"
 #include "Kiv/Access/FileAccess.h"
@@ -68,69 +64,20 @@ std::map<std::size_t, std::string> FindCollisions(const std::vector<std::string>
     return collisions;
 }
 
-// The failure as one line that names the input, unless it already names the input or the
-// output.
-std::string FailureLine(const std::string& input, const std::string& output)
-{
-    const std::string message = Kiv::Access::DescribeCurrentException();
-    if (message.rfind(input + ":", 0) == 0 || message.rfind(output + ":", 0) == 0)
-    {
-        return message;
-    }
-    return input + ": " + message;
-}
-
-class BatchRunner
+// The outputs of every input, checked against each other before any is written.
+class BatchPlan
 {
 public:
-    BatchRunner(const BatchRequest& request, const BatchObserver& observer)
-        : m_Request(request), m_Observer(observer), m_Start(std::chrono::steady_clock::now())
+    explicit BatchPlan(const BatchRequest& request) : m_Request(request)
     {
         for (const auto& input : request.inputs)
         {
             m_Outputs.push_back(OutputPathFor(input, request.format, request.target));
         }
         m_Collisions = FindCollisions(request.inputs, m_Outputs);
-        m_Summary.total = request.inputs.size();
     }
 
-    BatchSummary Run()
-    {
-        const unsigned processors = std::max(1u, std::thread::hardware_concurrency());
-        const std::size_t workers = std::min<std::size_t>(
-            m_Request.jobs == 0 ? processors : m_Request.jobs, m_Request.inputs.size());
-        std::vector<std::thread> threads;
-        for (std::size_t i = 1; i < workers; ++i)
-        {
-            threads.emplace_back([this] { Work(); });
-        }
-        Work();
-        for (auto& thread : threads)
-        {
-            thread.join();
-        }
-        return m_Summary;
-    }
-
-private:
-    void Work()
-    {
-        for (std::size_t index = m_Next++; index < m_Request.inputs.size(); index = m_Next++)
-        {
-            std::string failure;
-            try
-            {
-                ExportOne(index);
-            }
-            catch (...)
-            {
-                failure = FailureLine(m_Request.inputs[index], m_Outputs[index]);
-            }
-            Report(failure);
-        }
-    }
-
-    void ExportOne(std::size_t index)
+    void ExportOne(std::size_t index) const
     {
         if (const auto collision = m_Collisions.find(index); collision != m_Collisions.end())
         {
@@ -146,31 +93,12 @@ private:
                    m_Request.overwrite);
     }
 
-    void Report(const std::string& failure)
-    {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        ++(failure.empty() ? m_Summary.exported : m_Summary.failed);
-        if (!failure.empty() && m_Observer.failure)
-        {
-            m_Observer.failure(failure);
-        }
-        if (m_Observer.progress)
-        {
-            const std::chrono::duration<double> elapsed =
-                std::chrono::steady_clock::now() - m_Start;
-            m_Observer.progress(
-                {m_Summary.exported + m_Summary.failed, m_Summary.total, elapsed.count()});
-        }
-    }
+    const std::string& Output(std::size_t index) const { return m_Outputs[index]; }
 
+private:
     const BatchRequest& m_Request;
-    const BatchObserver& m_Observer;
-    const std::chrono::steady_clock::time_point m_Start;
     std::vector<std::string> m_Outputs;
     std::map<std::size_t, std::string> m_Collisions;
-    std::atomic<std::size_t> m_Next{0};
-    std::mutex m_Mutex;
-    BatchSummary m_Summary;
 };
 } // namespace
 
@@ -207,7 +135,29 @@ BatchSummary RunBatchExport(const BatchRequest& request, const BatchObserver& ob
     // input cannot be opened without them.
     Kiv::Access::LoadFileTypeModules();
     const PictureWritersPreload preload(request.format);
-    return BatchRunner(request, observer).Run();
+    const BatchPlan plan(request);
+    BatchSummary summary;
+    summary.total = request.inputs.size();
+    FileBatch batch;
+    batch.inputs = request.inputs;
+    batch.jobs = request.jobs;
+    batch.work = [&plan](std::size_t index) { plan.ExportOne(index); };
+    batch.describeFailure = [&](std::size_t index)
+    { return FailureLine(request.inputs[index], plan.Output(index)); };
+    batch.finished = [&](std::size_t, const std::string& failure, const BatchProgress& progress)
+    {
+        ++(failure.empty() ? summary.exported : summary.failed);
+        if (!failure.empty() && observer.failure)
+        {
+            observer.failure(failure);
+        }
+        if (observer.progress)
+        {
+            observer.progress(progress);
+        }
+    };
+    RunFileBatch(batch);
+    return summary;
 }
 
 } // namespace Kiv::Export

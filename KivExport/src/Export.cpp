@@ -1,6 +1,7 @@
 #include "Kiv/Export/Export.h"
 
 #include <cmath>
+#include <stdexcept>
 #include <vector>
 
 #include "ExportSource.h"
@@ -53,6 +54,45 @@ void RequireUsableOptions(const ExportOptions& options)
     {
         Kiv::Access::Fail("the range needs two finite numbers, the first below the second");
     }
+    try
+    {
+        Kiv::Analysis::CheckExclusion(options.exclusion);
+    }
+    catch (const std::invalid_argument& error)
+    {
+        Kiv::Access::Fail(error.what());
+    }
+}
+
+Kiv::Analysis::LevelMethod LevellingFor(Format format, const ExportOptions& options)
+{
+    if (options.level)
+    {
+        return *options.level;
+    }
+    return format == Format::Png ? Kiv::Analysis::LevelMethod::Parse("plane")
+                                 : Kiv::Analysis::LevelMethod();
+}
+
+// Once for whichever writer follows, into a copy: the open file's samples stay as read.
+void LevelImage(ExportSource& source, const Kiv::Analysis::LevelMethod& method,
+                const Kiv::Analysis::Exclusion& exclusion)
+{
+    source.levelling = method.Text();
+    if (method.IsNone())
+    {
+        return;
+    }
+    const Kiv::Analysis::ImageView view{source.ImageSamples(), source.geometry.rows,
+                                        source.geometry.columns};
+    try
+    {
+        source.levelled = Kiv::Analysis::Level(view, method, exclusion);
+    }
+    catch (const std::invalid_argument& error)
+    {
+        Kiv::Access::Fail(source.displayName + ": " + error.what());
+    }
 }
 
 void WriteFormat(const ExportSource& source, OutputFile& output, Format format,
@@ -92,8 +132,12 @@ void ExportFile(Kiv::DataCore::DataFile& file, const std::string& sourcePath,
         output.Commit();
         return;
     }
-    const ExportSource source = ReadExportSource(file, sourcePath);
+    ExportSource source = ReadExportSource(file, sourcePath);
     RequireFit(source, format);
+    if (source.image)
+    {
+        LevelImage(source, LevellingFor(format, options), options.exclusion);
+    }
     OutputFile output(outputPath, overwrite);
     WriteFormat(source, output, format, options);
     output.Commit();

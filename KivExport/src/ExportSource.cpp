@@ -95,6 +95,18 @@ std::string ReadTitle(DataFile& file, const std::string& displayName)
     return BaseName(displayName);
 }
 
+} // namespace
+
+const float* ExportSource::ImageSamples() const
+{
+    return levelled.empty() ? MatrixSamples(*image) : levelled.data();
+}
+
+std::size_t ExportSource::ImageSampleCount() const
+{
+    return image->size1() * image->size2();
+}
+
 std::optional<std::string> ReadValueUnit(DataFile& file)
 {
     for (const char* key : {"ZUnits", "ZUnit", "Z Unit", "Unit"})
@@ -106,17 +118,6 @@ std::optional<std::string> ReadValueUnit(DataFile& file)
         }
     }
     return std::nullopt;
-}
-} // namespace
-
-const float* ExportSource::ImageSamples() const
-{
-    return MatrixSamples(*image);
-}
-
-std::size_t ExportSource::ImageSampleCount() const
-{
-    return image->size1() * image->size2();
 }
 
 ExportSource ReadExportSource(DataFile& file, const std::string& displayName)

@@ -1,13 +1,16 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <boost/shared_ptr.hpp>
 #include <pybind11/pybind11.h>
 
+#include "Kiv/Analysis/HeightParameters.h"
 #include "Kiv/DataCore/DataFile.h"
 #include "Kiv/Edit/SafeSave.h"
+#include "Kiv/Export/SurfaceProfile.h"
 
 namespace Kiv::Python
 {
@@ -30,5 +33,15 @@ py::object SaveReportToPython(const Kiv::Edit::SaveReport& report);
 
 // kiv.File and kiv.open.
 void BindFile(py::module_& module);
+
+// kiv.level, kiv.stats and kiv.Profile.
+void BindAnalysis(py::module_& module);
+// Adds the figures to a stats dict under the names kiv.stats documents; the hybrid ones, the
+// height unit (UTF-8) and the pixel size are None where unknown.
+void AddFiguresToPython(py::dict& into, const Kiv::Analysis::HeightParameters& parameters,
+                        const std::optional<std::string>& zUnit,
+                        const std::optional<Kiv::Analysis::PixelSize>& pixelSize);
+// A kiv.Profile holding copies of the profile's arrays.
+py::object ProfileToPython(const Kiv::Export::FileProfile& profile);
 
 } // namespace Kiv::Python

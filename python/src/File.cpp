@@ -8,9 +8,12 @@
 #include "Kiv/Access/FileFacts.h"
 #include "Kiv/Access/Latin1.h"
 #include "Kiv/Access/ValueView.h"
+#include "Kiv/Analysis/Levelling.h"
 #include "Kiv/Edit/HeaderEdit.h"
 #include "Kiv/Edit/SafeSave.h"
 #include "Kiv/Export/Export.h"
+#include "Kiv/Export/SurfaceFigures.h"
+#include "Kiv/Export/SurfaceProfile.h"
 
 namespace Kiv::Python
 {
@@ -173,8 +176,15 @@ public:
 
     void Export(const std::string& outputPath, const std::string& formatName,
                 const std::string& colormap, std::optional<std::pair<double, double>> range,
-                bool overwrite)
+                bool overwrite, const std::optional<std::string>& level)
     {
+        Kiv::Export::ExportOptions options;
+        options.colormap = colormap;
+        options.range = range;
+        if (level)
+        {
+            options.level = Kiv::Analysis::LevelMethod::Parse(*level);
+        }
         const auto format = Kiv::Export::ParseFormat(formatName);
         if (!format)
         {
@@ -192,7 +202,84 @@ public:
         }
         DataFile& file = Open();
         py::gil_scoped_release released;
-        Kiv::Export::ExportFile(file, m_Path, outputPath, *format, {colormap, range}, overwrite);
+        Kiv::Export::ExportFile(file, m_Path, outputPath, *format, options, overwrite);
+    }
+
+    py::dict Stats(const std::string& level, std::optional<double> above,
+                   std::optional<double> below, std::optional<double> abovePercentile,
+                   const std::optional<std::string>& zUnit)
+    {
+        Kiv::Export::SurfaceRequest request;
+        request.level = Kiv::Analysis::LevelMethod::Parse(level);
+        request.exclusion.above = above;
+        request.exclusion.below = below;
+        request.exclusion.abovePercentile = abovePercentile;
+        Kiv::Analysis::CheckExclusion(request.exclusion);
+        if (zUnit)
+        {
+            // Units are Latin-1 like the headers that spell them; one beyond Latin-1 is a unit
+            // the library cannot know.
+            try
+            {
+                request.zUnit = Utf8ToLatin1(*zUnit);
+            }
+            catch (const std::exception&)
+            {
+                Fail(m_Path + ": the height unit \"" + *zUnit +
+                     "\" is not a length the unit library knows");
+            }
+        }
+        DataFile& file = Open();
+        Kiv::Export::SurfaceFigures figures;
+        {
+            py::gil_scoped_release released;
+            figures = Kiv::Export::AnalyseFileSurface(file, m_Path, request);
+        }
+        py::dict result;
+        result["file"] = m_Path;
+        result["level"] = figures.level;
+        AddFiguresToPython(result, figures.parameters, figures.zUnit, figures.pixelSize);
+        return result;
+    }
+
+    py::object Profile(std::optional<std::int64_t> row, std::optional<std::int64_t> column,
+                       std::optional<std::pair<double, double>> start,
+                       std::optional<std::pair<double, double>> end, bool metres,
+                       const std::string& level)
+    {
+        using Kiv::Export::ProfileSelection;
+        const int lines = (row ? 1 : 0) + (column ? 1 : 0) + (start || end ? 1 : 0);
+        if (lines != 1 || start.has_value() != end.has_value())
+        {
+            throw py::value_error(m_Path +
+                                  ": profile takes exactly one of row, col or start and end");
+        }
+        if (metres && !start)
+        {
+            throw py::value_error(m_Path + ": metres applies to start and end");
+        }
+        Kiv::Export::ProfileRequest request;
+        request.level = Kiv::Analysis::LevelMethod::Parse(level);
+        ProfileSelection& selection = request.selection;
+        if (row || column)
+        {
+            selection.along = row ? ProfileSelection::Along::Row : ProfileSelection::Along::Column;
+            selection.index = Index(row ? *row : *column, row ? "row" : "column");
+        }
+        else
+        {
+            selection.along = ProfileSelection::Along::Line;
+            selection.from = {start->first, start->second};
+            selection.to = {end->first, end->second};
+            selection.inMetres = metres;
+        }
+        DataFile& file = Open();
+        Kiv::Export::FileProfile profile;
+        {
+            py::gil_scoped_release released;
+            profile = Kiv::Export::ProfileFileSurface(file, m_Path, request);
+        }
+        return ProfileToPython(profile);
     }
 
     void Close() { m_File.reset(); }
@@ -205,6 +292,28 @@ private:
             Fail(m_Path + ": the file is closed");
         }
         return *m_File;
+    }
+
+    // A row or column index; negative ones count from the end, as numpy's do.
+    std::size_t Index(std::int64_t index, const std::string& what)
+    {
+        const auto image = FindImage(Open());
+        if (!image)
+        {
+            Fail(m_Path + ": holds no image");
+        }
+        if (index >= 0)
+        {
+            return static_cast<std::size_t>(index);
+        }
+        const std::size_t size = what == "row" ? image->size1() : image->size2();
+        const std::int64_t wrapped = index + static_cast<std::int64_t>(size);
+        if (wrapped < 0)
+        {
+            Fail(m_Path + ": " + what + " " + std::to_string(index) + " is outside the image's " +
+                 std::to_string(size) + " " + what + "s");
+        }
+        return static_cast<std::size_t>(wrapped);
     }
 
     boost::shared_ptr<Kiv::DataCore::FloatMatrixList> RequireCurves()
@@ -291,12 +400,42 @@ void BindFile(py::module_& module)
              ">>> f.save(dry_run=True).diff")
         .def("export", &File::Export, py::arg("path"), py::arg("format"),
              py::arg("colormap") = "gray", py::arg("range") = py::none(),
-             py::arg("overwrite") = false,
+             py::arg("overwrite") = false, py::arg("level") = py::none(),
              "Writes the data to path as format: gsf, npy, tiff, csv, tsv or png, or the\n"
              "header as json.\n"
              "colormap ('gray', 'afmhot', 'viridis') and range ((min, max)) shape a png "
              "preview;\nan existing path is kept unless overwrite.\n"
+             "level (the methods of kiv.level) levels an image before it is written; by "
+             "default a png\npreview is plane-levelled and the other formats keep the samples "
+             "as they are.\n"
+             ">>> f.export('flat.gsf', 'gsf', level='rows:mediandiff+plane')\n"
              ">>> f.export('scan.npy', 'npy')")
+        .def("stats", &File::Stats, py::arg("level") = "plane",
+             py::arg("exclude_above") = py::none(), py::arg("exclude_below") = py::none(),
+             py::arg("exclude_above_percentile") = py::none(), py::arg("z_unit") = py::none(),
+             "The height parameters of the image levelled by level, as kiv.stats gives them, "
+             "plus 'file' and 'level'.\n"
+             "level takes the methods of kiv.level ('none' for the samples as they are).\n"
+             "exclude_above / exclude_below (in the data's unit) and exclude_above_percentile "
+             "(0 to 100) leave\npixels out of the fits and the figures, applied before each "
+             "levelling step to the surface as it\nstands then.\n"
+             "z_unit names the height unit when the header gives none; the pixel size comes "
+             "from the header,\nand Sdq, Sdr and area are given when both are known.\n"
+             ">>> s = f.stats('rows:mediandiff+plane', z_unit='nm')\n"
+             ">>> s['Sq'], s['Sdr']")
+        .def("profile", &File::Profile, py::arg("row") = py::none(), py::arg("col") = py::none(),
+             py::arg("start") = py::none(), py::arg("end") = py::none(), py::arg("metres") = false,
+             py::arg("level") = "none",
+             "Heights along a row, a column or a line from start to end, as a kiv.Profile that "
+             "unpacks as\n(distance, height), two float64 arrays.\n"
+             "Exactly one of row, col (negative counts from the end) or start and end: (x, y) "
+             "points in pixels\n(x the column, y the row, pixel centres on whole numbers), or "
+             "with metres=True in metres from\nthe first pixel's centre. Points lie one pixel "
+             "apart from the start, sampled bilinearly; NaN next to\na dropout. distance is in "
+             "metres when the header gives the pixel size (profile.metres), in pixels\n"
+             "otherwise. level (as in kiv.level) levels the image first.\n"
+             ">>> distance, height = f.profile(row=64, level='plane')\n"
+             ">>> f.profile(start=(0, 0), end=(5e-6, 5e-6), metres=True).height")
         .def("close", &File::Close, "Releases the file; arrays taken before stay valid.")
         .def("__enter__", [](py::object self) { return self; })
         .def("__exit__", [](File& file, py::args) { file.Close(); })

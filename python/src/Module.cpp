@@ -8,4 +8,5 @@ PYBIND11_MODULE(kiv, module)
     Kiv::Python::BindQuantity(module);
     Kiv::Python::BindSaveReport(module);
     Kiv::Python::BindFile(module);
+    Kiv::Python::BindAnalysis(module);
 }

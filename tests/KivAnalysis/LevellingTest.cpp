@@ -170,6 +170,18 @@ TEST(HeightParameters, MedianOfManySamplesIsExact)
         EXPECT_EQ(figures.excluded, 1u);
         EXPECT_EQ(figures.minimum, sorted.front());
         EXPECT_EQ(figures.maximum, sorted.back());
+
+        // The same selection by counting, through a percentile: the 30th of n sorted values lies
+        // 0.3 (n - 1) ranks up, and every sample up to it is kept.
+        Exclusion exclusion;
+        exclusion.abovePercentile = 30;
+        const double position = 0.3 * static_cast<double>(n - 1);
+        const auto low = static_cast<std::size_t>(position);
+        const double threshold =
+            sorted[low] + (sorted[low + 1] - sorted[low]) * (position - static_cast<double>(low));
+        const auto kept = static_cast<std::uint64_t>(
+            std::upper_bound(sorted.begin(), sorted.end(), threshold) - sorted.begin());
+        EXPECT_EQ(AnalyseSurface(grid.View(), LevelMethod(), exclusion).count, kept) << rows;
     }
 }
 

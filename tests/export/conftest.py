@@ -56,7 +56,7 @@ def force_table(path=FORCE_SAMPLE):
     return labels, np.array(rows, dtype=np.float32)
 
 
-def write_image_file(path, samples, scan_range="10.0000 \xb5m", title=None):
+def write_image_file(path, samples, scan_range="10.0000 \xb5m", title=None, z_unit=None):
     """A minimal image file in the instrument's layout, for shapes the samples lack."""
     rows, columns = samples.shape
     lines = ["[Data Version]", "DataVersion=2", "", "[Data Parameters]", "DataOffset=  4096",
@@ -64,6 +64,16 @@ def write_image_file(path, samples, scan_range="10.0000 \xb5m", title=None):
              f"ResolutionX={columns}", f"ResolutionY={rows}"]
     if title:
         lines.append(f"Title={title}")
+    if z_unit:
+        lines.append(f"ZUnits={z_unit}")
     header = ("\r\n".join(lines + ["", "[Data]"]) + "\r\n").encode("latin-1")
     Path(path).write_bytes(header.ljust(4096, b"\0") + samples.astype("<f4").tobytes())
     return path
+
+
+def plane_levelled(samples):
+    """The samples minus their least-squares plane a + b * column + c * row, fitted in float64."""
+    rows, columns = np.indices(samples.shape)
+    design = np.column_stack([np.ones(samples.size), columns.ravel(), rows.ravel()])
+    coefficients = np.linalg.lstsq(design, samples.ravel().astype(np.float64), rcond=None)[0]
+    return samples - (design @ coefficients).reshape(samples.shape)

@@ -9,8 +9,8 @@ import pytest
 import tifffile
 from PIL import Image
 
-from conftest import (FORCE_SAMPLE, IMAGE_SAMPLE, export, force_table, image_samples, run_kiv,
-                      write_image_file)
+from conftest import (FORCE_SAMPLE, IMAGE_SAMPLE, export, force_table, image_samples,
+                      plane_levelled, run_kiv, write_image_file)
 
 
 def read_gsf(path):
@@ -130,10 +130,14 @@ def test_image_csv_keeps_nan_and_extreme_floats(tmp_path):
     np.testing.assert_array_equal(frame.to_numpy().astype(np.float32), samples)
 
 
-def test_png_preview_maps_samples_to_gray_at_least_512_wide(tmp_path):
-    samples = image_samples()
+@pytest.mark.parametrize("extra, surface", [
+    (["--level", "none"], lambda z: z),
+    ([], plane_levelled),  # a preview is plane-levelled unless told otherwise
+])
+def test_png_preview_maps_samples_to_gray_at_least_512_wide(tmp_path, extra, surface):
+    samples = surface(image_samples().astype(np.float64))
     low, high = float(samples.min()), float(samples.max())
-    path = export(IMAGE_SAMPLE, "png", tmp_path / "p.png", f"--range={low}:{high}")
+    path = export(IMAGE_SAMPLE, "png", tmp_path / "p.png", f"--range={low}:{high}", *extra)
     with Image.open(path) as picture:
         picture.load()
         assert picture.format == "PNG" and picture.width >= 512 and picture.height >= 512

@@ -339,7 +339,7 @@ TEST(KivSelftest, RunsTheModuleSuites)
 TEST(KivCommandLine, EveryCommandHasHelp)
 {
     for (const std::string command :
-         {"", "formats", "info", "dump", "set", "unset", "resave", "selftest"})
+         {"", "formats", "info", "dump", "set", "unset", "resave", "selftest", "stats", "profile"})
     {
         SCOPED_TRACE(command);
         const RunResult result =

@@ -1,7 +1,10 @@
 #pragma once
 
 #include "Kiv/Edit/SafeSave.h"
+#include "SurfaceOptions.h"
 
+#include <cstddef>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -37,7 +40,8 @@ int RunResave(std::ostream& out, const std::string& path, const Kiv::Edit::SaveO
 int RunSelftest(std::ostream& out, const std::vector<std::string>& modules);
 
 // kiv export FILE... --to FORMAT [-o OUTPUT | -d FOLDER] [-j N] [--force] [--colormap NAME]
-// [--range MIN:MAX]: defines its own subcommand, so that its options stay out of the others'.
+// [--range MIN:MAX] [--level METHOD] [--exclude-...]: defines its own subcommand, so that its
+// options stay out of the others'.
 struct ExportArguments
 {
     std::vector<std::string> files;
@@ -48,10 +52,40 @@ struct ExportArguments
     bool force = false;
     std::string colormap = "gray";
     std::string range;
+    LevelArguments levelling;
 };
 CLI::App* AddExportCommand(CLI::App& app, ExportArguments& arguments);
 // Prints a line for each failed file on err and the summary on out; 1 when any file failed,
 // 2 for arguments that do not fit together.
 int RunExport(std::ostream& out, std::ostream& err, const ExportArguments& arguments);
+
+// kiv stats FILE... [--level METHOD] [--exclude-...] [--z-unit U] [--json] [-j N]
+struct StatsArguments
+{
+    std::vector<std::string> files;
+    LevelArguments levelling;
+    std::string zUnit;
+    bool json = false;
+    unsigned jobs = 0;
+};
+CLI::App* AddStatsCommand(CLI::App& app, StatsArguments& arguments);
+// The figures of each file on out, in the order of the files; a line for each failed file on
+// err. 1 when any file failed, 2 for a usage error.
+int RunStats(std::ostream& out, std::ostream& err, const StatsArguments& arguments);
+
+// kiv profile FILE (--row R | --col C | --from X0,Y0 --to X1,Y1 [--metres]) [--level METHOD]
+// [--exclude-...] [--to csv|json]
+struct ProfileArguments
+{
+    std::string file;
+    std::optional<std::size_t> row;
+    std::optional<std::size_t> column;
+    std::string from;
+    std::vector<std::string> to; // the line's end, the output format, or both
+    bool metres = false;
+    LevelArguments levelling;
+};
+CLI::App* AddProfileCommand(CLI::App& app, ProfileArguments& arguments);
+int RunProfile(std::ostream& out, std::ostream& err, const ProfileArguments& arguments);
 
 } // namespace Kiv::Tool

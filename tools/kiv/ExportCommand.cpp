@@ -1,14 +1,12 @@
 // kiv export: arguments in, lines out; the exporting itself is the export library's.
-#include <chrono>
-#include <cstdio>
 #include <iostream>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
 #include "Kiv/Access/NumberText.h"
 #include "Kiv/Export/BatchExport.h"
+#include "ProgressLine.h"
 
 namespace Kiv::Tool
 {
@@ -40,45 +38,6 @@ std::optional<std::pair<double, double>> ParseRange(const std::string& text)
     return std::make_pair(*low, *high);
 }
 
-// "[ 120/1000] 12%  340 files/s", redrawn in place at most ten times a second and for the last
-// file. Only for a terminal: a log file gets the failures and the summary alone.
-class ProgressLine
-{
-public:
-    explicit ProgressLine(std::ostream& err) : m_Err(err) {}
-
-    void Show(const Kiv::Export::BatchProgress& progress)
-    {
-        const auto now = std::chrono::steady_clock::now();
-        if (progress.done != progress.total && now - m_Shown < std::chrono::milliseconds(100))
-        {
-            return;
-        }
-        m_Shown = now;
-        const int width = static_cast<int>(std::to_string(progress.total).size());
-        const double rate = progress.seconds > 0 ? progress.done / progress.seconds : 0.0;
-        char line[128];
-        std::snprintf(line, sizeof line, "\r\033[K[%*zu/%zu] %zu%%  %.0f files/s", width,
-                      progress.done, progress.total, progress.done * 100 / progress.total, rate);
-        m_Err << line << std::flush;
-        m_Visible = true;
-    }
-
-    void Clear()
-    {
-        if (m_Visible)
-        {
-            m_Err << "\r\033[K" << std::flush;
-            m_Visible = false;
-        }
-    }
-
-private:
-    std::ostream& m_Err;
-    std::chrono::steady_clock::time_point m_Shown{};
-    bool m_Visible = false;
-};
-
 std::string SummaryLine(const Kiv::Export::BatchSummary& summary)
 {
     return std::to_string(summary.total) + (summary.total == 1 ? " file: " : " files: ") +
@@ -106,8 +65,13 @@ CLI::App* AddExportCommand(CLI::App& app, ExportArguments& arguments)
     command->add_option("--range", arguments.range,
                         "png: values at the ends of the colour map, MIN:MAX (default: 1st to "
                         "99th percentile)");
+    AddLevelOptions(*command, arguments.levelling,
+                    "default: plane for png, none for the data formats; force curves and the json "
+                    "header are never levelled");
     command->footer("Without -o or -d each output goes beside its input. An output is written "
-                    "without a name and named only when complete.");
+                    "without a name and named only when complete. A png preview's caption says "
+                    "how it was levelled. " +
+                    LevelMethodsHelp());
     return command;
 }
 
@@ -139,6 +103,14 @@ int RunExport(std::ostream& out, std::ostream& err, const ExportArguments& argum
                                        arguments.range + "\"");
         }
     }
+    std::string problem;
+    const auto levelling = ReadLevelling(arguments.levelling, problem);
+    if (!levelling)
+    {
+        return UsageError(err, problem);
+    }
+    request.options.level = levelling->method;
+    request.options.exclusion = levelling->exclusion;
     request.inputs = arguments.files;
     request.format = *format;
     if (!arguments.output.empty())
@@ -160,7 +132,7 @@ int RunExport(std::ostream& out, std::ostream& err, const ExportArguments& argum
         progress.Clear();
         err << "kiv: " << message << '\n' << std::flush;
     };
-    if (::isatty(STDERR_FILENO))
+    if (ErrorsGoToTerminal())
     {
         observer.progress = [&](const Kiv::Export::BatchProgress& step) { progress.Show(step); };
     }

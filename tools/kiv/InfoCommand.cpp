@@ -8,6 +8,7 @@
 #include "Kiv/Access/ShortData.h"
 #include "Kiv/Access/Statistics.h"
 #include "Kiv/Access/ValueView.h"
+#include "Kiv/Analysis/HeightParameters.h"
 
 namespace Kiv::Tool
 {
@@ -18,7 +19,7 @@ using namespace Kiv::DataCore;
 
 namespace
 {
-const std::size_t LABEL_WIDTH = 18;
+const std::size_t LABEL_WIDTH = 24;
 
 std::string Figure(double value)
 {
@@ -114,6 +115,12 @@ void WriteImage(std::ostream& out, DataFile& file, const FloatMatrix& image)
     Line(out, 2, "Maximum", Figure(figures.maximum));
     Line(out, 2, "Mean", Figure(figures.mean));
     Line(out, 2, "RMS roughness", Figure(figures.rmsRoughness));
+    // The raw figures carry the scan's tilt; the levelled ones are what a microscopist compares.
+    const auto levelled =
+        Kiv::Analysis::AnalyseSurface({MatrixSamples(image), image.size1(), image.size2()},
+                                      Kiv::Analysis::LevelMethod::Parse("plane"));
+    Line(out, 2, "Sa (plane-levelled)", Figure(levelled.Sa));
+    Line(out, 2, "Sq (plane-levelled)", Figure(levelled.Sq));
     if (figures.nonFinite != 0)
     {
         Line(out, 2, "Not a number", std::to_string(figures.nonFinite) + " samples");

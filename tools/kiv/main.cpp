@@ -2,6 +2,7 @@
 // file type through the host's data-file interface alone.
 #include <csignal>
 #include <iostream>
+#include <malloc.h>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,8 @@ struct Arguments
     std::string value;
     std::vector<std::string> modules;
     Kiv::Tool::ExportArguments exports;
+    Kiv::Tool::StatsArguments stats;
+    Kiv::Tool::ProfileArguments profile;
 };
 
 // The subcommands, to tell which one was given.
@@ -41,6 +44,8 @@ struct Subcommands
     CLI::App* resave;
     CLI::App* selftest;
     CLI::App* exports;
+    CLI::App* stats;
+    CLI::App* profile;
 };
 
 void AddFile(CLI::App& command, Arguments& arguments)
@@ -106,6 +111,8 @@ Subcommands DefineCommands(CLI::App& app, Arguments& arguments)
         "Modules to test (name, file name or path); all when none is given");
 
     commands.exports = Kiv::Tool::AddExportCommand(app, arguments.exports);
+    commands.stats = Kiv::Tool::AddStatsCommand(app, arguments.stats);
+    commands.profile = Kiv::Tool::AddProfileCommand(app, arguments.profile);
     return commands;
 }
 
@@ -142,6 +149,14 @@ int RunCommand(const Subcommands& commands, const Arguments& arguments)
     {
         return RunExport(std::cout, std::cerr, arguments.exports);
     }
+    if (commands.stats->parsed())
+    {
+        return RunStats(std::cout, std::cerr, arguments.stats);
+    }
+    if (commands.profile->parsed())
+    {
+        return RunProfile(std::cout, std::cerr, arguments.profile);
+    }
     return RunSelftest(std::cout, arguments.modules);
 }
 
@@ -176,6 +191,10 @@ int main(int argc, char** argv)
     // temporary file behind; ignored, the write fails with EFBIG and is reported as any other
     // failed save.
     std::signal(SIGXFSZ, SIG_IGN);
+    // A batch reads one image after another into buffers of the same sizes: kept in the heap
+    // rather than mapped and unmapped for each file, they cost no page faults after the first.
+    ::mallopt(M_MMAP_THRESHOLD, 32 << 20);
+    ::mallopt(M_TRIM_THRESHOLD, 256 << 20);
     // Ctrl-C during a save or an export removes its temporary files before kiv ends.
     Kiv::Access::RemoveWatchedFilesOnInterrupt();
     CLI::App app("Inspect and edit data files through the host's file-type modules.", "kiv");

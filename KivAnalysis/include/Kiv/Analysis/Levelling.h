@@ -9,18 +9,19 @@
 namespace Kiv::Analysis
 {
 
-// One step of a levelling. Every step subtracts a background fitted to the surface as the
-// previous steps left it, over the pixels that are finite and not excluded:
+// One step of a levelling. Every step subtracts a background from the surface as the previous
+// steps left it. The fits take the pixels that are finite and not excluded:
 // - Plane: least-squares plane z = a + bx*col + by*row.
-// - Polynomial: least-squares 2-D polynomial of total degree `degree` (1 to 4).
+// - Polynomial: least-squares 2-D polynomial of total degree `degree` (0 to 4).
 // - RowsMedian, RowsMean, RowsQuantile: each row minus its median, mean or `quantile` (0 to 1,
 //   linear between the two nearest ranks, as numpy's default).
 // - RowsPolynomial: each row minus its least-squares polynomial of degree `degree` (0 to 4) in
 //   x = col - (columns - 1) / 2.
 // - RowsMedianDifference: offsets s(0) = 0, s(i+1) = s(i) + median(row(i+1) - row(i)) over the
 //   columns where both rows are usable; each row minus its offset.
-// - ZeroMinimum, ZeroMean: a shift that makes the minimum or the mean of the finite samples 0.
-// A row (or pair of rows) with no usable pixel gets no correction.
+// A row (or pair of rows) with no usable pixel gets no correction. The shifts fit nothing and so
+// ignore the exclusion:
+// - ZeroMinimum, ZeroMean: a shift that makes the minimum or the mean of every finite sample 0.
 enum class StepKind
 {
     Plane,

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Kiv/Export/Export.h"
+#include "Kiv/Export/FileBatch.h"
 
 namespace Kiv::Export
 {
@@ -28,13 +29,6 @@ struct BatchRequest
     bool overwrite = false;
     // Files exported at once; 0 means one per processor.
     unsigned jobs = 0;
-};
-
-struct BatchProgress
-{
-    std::size_t done = 0;
-    std::size_t total = 0;
-    double seconds = 0.0;
 };
 
 struct BatchSummary

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "Kiv/Analysis/Levelling.h"
 #include "Kiv/DataCore/DataFile.h"
 
 namespace Kiv::Export
@@ -32,12 +33,17 @@ std::string FormatExtension(Format format);
 // Every format's name, comma-separated, for help and error texts.
 std::string FormatNames();
 
-// How a preview looks. colormap is "gray", "afmhot" or "viridis"; range is the values mapped to
+// How an export looks. colormap is "gray", "afmhot" or "viridis"; range is the values mapped to
 // the ends of the colour map (the 1st and 99th percentile of the samples when not given).
+// level is applied to an image before every format but json, with exclusion shaping its fits;
+// when not given, a png preview is plane-levelled (a raw scan's tilt hides everything else) and
+// the data formats keep the samples exact. Force curves are never levelled.
 struct ExportOptions
 {
     std::string colormap = "gray";
     std::optional<std::pair<double, double>> range;
+    std::optional<Kiv::Analysis::LevelMethod> level;
+    Kiv::Analysis::Exclusion exclusion;
 };
 
 // Whether a colour map of that name exists.
