@@ -70,15 +70,44 @@ void SampleRow(const ImageView& image, std::size_t row, double* out)
     }
 }
 
-double Background::ResidualAt(const ImageView& image, std::size_t row, std::size_t column) const
+SurfaceRow Background::KernelRow(const ImageView& image, std::size_t row, double* buffer) const
+{
+    SurfaceRow kernelRow;
+    if (m_Degree <= 1)
+    {
+        kernelRow.samples = image.samples + row * image.columns;
+        kernelRow.u = m_U.data();
+        kernelRow.offset = m_Coefficients[row][0];
+        kernelRow.slope = m_Coefficients[row][1];
+        return kernelRow;
+    }
+    Residual(image, row, buffer);
+    kernelRow.values = buffer;
+    return kernelRow;
+}
+
+void Background::ResidualSpan(const ImageView& image, std::size_t row, std::size_t column,
+                              std::size_t count, double* out) const
 {
     const auto& c = m_Coefficients[row];
-    double value = c[static_cast<std::size_t>(m_Degree)];
-    for (int k = m_Degree - 1; k >= 0; --k)
+    const float* samples = image.samples + row * image.columns;
+    for (std::size_t i = column; i < column + count; ++i)
     {
-        value = value * m_U[column] + c[static_cast<std::size_t>(k)];
+        // The same operations as Residual's, so that a value is the same whichever computed it.
+        double value = c[static_cast<std::size_t>(m_Degree)];
+        if (m_Degree == 1)
+        {
+            value = c[0] + c[1] * m_U[i];
+        }
+        else
+        {
+            for (int k = m_Degree - 1; k >= 0; --k)
+            {
+                value = value * m_U[i] + c[static_cast<std::size_t>(k)];
+            }
+        }
+        out[i - column] = samples[i] - value;
     }
-    return image.samples[row * image.columns + column] - value;
 }
 
 KIV_WIDE_VECTORS

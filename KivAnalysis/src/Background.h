@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "Kiv/Analysis/ImageView.h"
+#include "RowKernels.h"
 
 namespace Kiv::Analysis::Detail
 {
@@ -36,8 +37,13 @@ public:
     // One row of the surface as the steps so far leave it: samples minus background, in double.
     // Dropouts stay NaN or infinite.
     void Residual(const ImageView& image, std::size_t row, double* out) const;
-    // One sample of that surface.
-    double ResidualAt(const ImageView& image, std::size_t row, std::size_t column) const;
+    // The row for the kernels: the samples with the background's offset and slope when it is at
+    // most linear along the row, or else the residual written into buffer.
+    SurfaceRow KernelRow(const ImageView& image, std::size_t row, double* buffer) const;
+
+    // count samples of a row of that surface from column on.
+    void ResidualSpan(const ImageView& image, std::size_t row, std::size_t column,
+                      std::size_t count, double* out) const;
 
 private:
     std::size_t m_Rows;

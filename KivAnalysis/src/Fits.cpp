@@ -39,14 +39,18 @@ public:
         }
     }
 
-    void Sum(const double* row, const Background& background, std::size_t firstPixel,
-             const Usable& usable, RowSums& sums) const
+    // buffer holds a row's worth of doubles.
+    void Sum(const Surface& surface, std::size_t r, const Usable& usable, double* buffer,
+             RowSums& sums) const
     {
+        const Background& background = surface.background;
         const std::size_t columns = background.Columns();
+        const std::size_t firstPixel = r * columns;
         if (usable.IsPlain())
         {
             double moments[MAX_DEGREE + 1];
-            RowMoments(row, m_U.data(), columns, m_Degree, moments);
+            RowMoments(background.KernelRow(surface.image, r, buffer), m_U.data(), columns,
+                       m_Degree, moments);
             if (std::all_of(moments, moments + m_Degree + 1,
                             [](double m) { return std::isfinite(m); }))
             {
@@ -56,6 +60,8 @@ public:
                 return;
             }
         }
+        surface.Row(r, buffer);
+        const double* row = buffer;
         for (std::size_t c = 0; c < columns; ++c)
         {
             const double z = row[c];
@@ -115,9 +121,7 @@ std::vector<RowSums> SumRows(const Surface& surface, const Usable& usable, int d
                   std::vector<double> row(image.columns);
                   for (std::size_t r = blocks.Begin(block); r < blocks.End(block); ++r)
                   {
-                      surface.Row(r, row.data());
-                      summer.Sum(row.data(), surface.background, r * image.columns, usable,
-                                 sums[r]);
+                      summer.Sum(surface, r, usable, row.data(), sums[r]);
                   }
               });
     return sums;

@@ -26,34 +26,81 @@ struct Bracket
 {
     double low = -std::numeric_limits<double>::infinity();
     double high = std::numeric_limits<double>::infinity();
+    double share = 1.0; // of the samples expected inside
 };
 
+// A bracket that holds nothing, for when no median is wanted.
+const Bracket NO_BRACKET{std::numeric_limits<double>::infinity(),
+                         -std::numeric_limits<double>::infinity(), 0.0};
+
 // The sample is taken in short runs of neighbouring pixels, a cache line of samples each, so that
-// it costs a few thousand memory reads rather than one for every value. Its size grows with the
-// image's: the bracket narrows as the square root of the sample, and the samples kept in it cost
-// a selection.
+// it costs far fewer memory reads than values. The bracket narrows as the square root of the
+// sample, so the samples kept in it number about 4 N / sqrt(m) for m sampled of N: a sample of
+// (2 N)^(2/3) keeps the two together smallest, a few per cent of the samples at most.
 const std::size_t RUN_LENGTH = 16;
-const std::size_t FEWEST_RUNS = 64;
-const std::size_t MOST_RUNS = 1 << 12;
-const std::size_t PIXELS_A_RUN = 1 << 10;
+const double FEWEST_SAMPLES = 1024;
+
+// The bracket's ends need not be samples: the edges of the bins, over the sample's range, that
+// hold the two ranks do, and counting into bins costs a fraction of a selection.
+std::pair<double, double> BinEdgesAround(const std::vector<double>& sample, double lowRank,
+                                         double highRank)
+{
+    const auto [least, most] = std::minmax_element(sample.begin(), sample.end());
+    const std::size_t BINS = 1 << 12;
+    const double width = (*most - *least) / BINS;
+    if (!(width > 0))
+    {
+        return {*least, *most};
+    }
+    std::vector<std::uint32_t> counts(BINS, 0);
+    for (const double value : sample)
+    {
+        ++counts[std::min(BINS - 1, static_cast<std::size_t>((value - *least) / width))];
+    }
+    double below = 0;
+    std::size_t bin = 0;
+    double low = -std::numeric_limits<double>::infinity();
+    double high = std::numeric_limits<double>::infinity();
+    for (; bin < BINS; ++bin)
+    {
+        if (lowRank >= 0 && below + counts[bin] > lowRank && std::isinf(low))
+        {
+            // One bin lower still, for rounding at the edge.
+            low = *least + width * (static_cast<double>(bin) - 1);
+        }
+        below += counts[bin];
+        if (below > highRank + 1)
+        {
+            high = *least + width * (static_cast<double>(bin) + 2);
+            break;
+        }
+    }
+    return {low, high};
+}
 
 Bracket MedianBracket(const Surface& surface, const Usable& usable)
 {
     const ImageView& image = surface.image;
-    const std::size_t runs = std::clamp(image.Count() / PIXELS_A_RUN, FEWEST_RUNS, MOST_RUNS);
+    const double wanted =
+        std::max(FEWEST_SAMPLES, std::cbrt(std::pow(2.0 * static_cast<double>(image.Count()), 2)));
+    const auto runs = std::max<std::size_t>(1, static_cast<std::size_t>(wanted) / RUN_LENGTH);
     const std::size_t spacing = std::max<std::size_t>(1, image.Count() / runs);
     std::vector<double> sample;
     sample.reserve(runs * RUN_LENGTH);
+    double values[RUN_LENGTH];
     for (std::size_t run = 0; run < runs; ++run)
     {
-        const std::size_t end = std::min(image.Count(), run * spacing + RUN_LENGTH);
-        for (std::size_t pixel = run * spacing; pixel < end; ++pixel)
+        // A run stops at the end of its row.
+        const std::size_t first = run * spacing;
+        const std::size_t row = first / image.columns;
+        const std::size_t column = first % image.columns;
+        const std::size_t length = std::min(RUN_LENGTH, image.columns - column);
+        surface.background.ResidualSpan(image, row, column, length, values);
+        for (std::size_t i = 0; i < length; ++i)
         {
-            const double value =
-                surface.background.ResidualAt(image, pixel / image.columns, pixel % image.columns);
-            if (usable.Includes(value, pixel))
+            if (usable.Includes(values[i], first + i))
             {
-                sample.push_back(value);
+                sample.push_back(values[i]);
             }
         }
     }
@@ -66,20 +113,11 @@ Bracket MedianBracket(const Surface& surface, const Usable& usable)
     const double count = static_cast<double>(sample.size());
     const double middle = (count - 1) / 2;
     const double spread = 2.0 * std::sqrt(count) + 2.0;
-    if (middle - spread > 0)
-    {
-        const auto rank = static_cast<std::size_t>(middle - spread);
-        std::nth_element(sample.begin(), sample.begin() + static_cast<std::ptrdiff_t>(rank),
-                         sample.end());
-        bracket.low = sample[rank];
-    }
-    if (middle + spread < count - 1)
-    {
-        const auto rank = static_cast<std::size_t>(middle + spread) + 1;
-        std::nth_element(sample.begin(), sample.begin() + static_cast<std::ptrdiff_t>(rank),
-                         sample.end());
-        bracket.high = sample[rank];
-    }
+    const auto [low, high] = BinEdgesAround(sample, middle - spread, middle + spread);
+    bracket.low = low;
+    bracket.high = high;
+    // What the bins add to the width is small beside the spread, but counts all the same.
+    bracket.share = std::min(1.0, 2.5 * (spread + 1.0) / count);
     return bracket;
 }
 
@@ -91,7 +129,7 @@ struct FirstPass
 {
     Extent extent;
     std::uint64_t below = 0;
-    std::vector<double> inside;
+    std::vector<double> inside; // the whole pass's only
     std::vector<unsigned char> wholeRows;
     DeviationSums deviations;
 };
@@ -102,7 +140,6 @@ void AddDeviations(DeviationSums& sums, const DeviationSums& more)
     sums.squares += more.squares;
     sums.cubes += more.cubes;
     sums.fourths += more.fourths;
-    sums.side += more.side;
 }
 
 void AddDeviation(DeviationSums& sums, double d)
@@ -112,7 +149,6 @@ void AddDeviation(DeviationSums& sums, double d)
     sums.squares += d2;
     sums.cubes += d2 * d;
     sums.fourths += d2 * d2;
-    sums.side += (d > 0) - (d < 0);
 }
 
 FirstPass MeasureSurface(const Surface& surface, const Usable& usable, const Bracket& bracket,
@@ -123,61 +159,74 @@ FirstPass MeasureSurface(const Surface& surface, const Usable& usable, const Bra
     std::vector<FirstPass> parts(blocks.Count());
     FirstPass pass;
     pass.wholeRows.assign(image.rows, 0);
-    RunBlocks(blocks, ThreadsFor(image.Count()),
-              [&](std::size_t block, unsigned)
-              {
-                  std::vector<double> row(image.columns);
-                  FirstPass& part = parts[block];
-                  for (std::size_t r = blocks.Begin(block); r < blocks.End(block); ++r)
-                  {
-                      surface.Row(r, row.data());
-                      if (usable.IsPlain())
-                      {
-                          const std::size_t kept = part.inside.size();
-                          DeviationSums deviations;
-                          const RowExtent whole =
-                              shift ? MeasureRowAndDeviations(row.data(), image.columns,
-                                                              bracket.low, bracket.high, *shift,
-                                                              part.inside, deviations)
-                                    : MeasureRow(row.data(), image.columns, bracket.low,
-                                                 bracket.high, part.inside);
-                          if (std::isfinite(whole.sum))
-                          {
-                              AddDeviations(part.deviations, deviations);
-                              part.extent.count += image.columns;
-                              part.extent.sum += whole.sum;
-                              part.extent.minimum = std::min(part.extent.minimum, whole.minimum);
-                              part.extent.maximum = std::max(part.extent.maximum, whole.maximum);
-                              part.below += whole.below;
-                              pass.wholeRows[r] = 1;
-                              continue;
-                          }
-                          part.inside.resize(kept);
-                      }
-                      const std::size_t first = r * image.columns;
-                      for (std::size_t c = 0; c < image.columns; ++c)
-                      {
-                          const double value = row[c];
-                          if (!usable.Includes(value, first + c))
-                          {
-                              continue;
-                          }
-                          ++part.extent.count;
-                          part.extent.sum += value;
-                          part.extent.minimum = std::min(part.extent.minimum, value);
-                          part.extent.maximum = std::max(part.extent.maximum, value);
-                          part.below += value < bracket.low;
-                          if (value >= bracket.low && value <= bracket.high)
-                          {
-                              part.inside.push_back(value);
-                          }
-                          if (shift)
-                          {
-                              AddDeviation(part.deviations, value - *shift);
-                          }
-                      }
-                  }
-              });
+    // The samples inside the bracket go to one list a thread, made room for at once: their order
+    // does not matter to a selection, and a list a block would grow and be copied block by block.
+    const unsigned threads = ThreadsFor(image.Count());
+    std::vector<std::vector<double>> inside(std::max(1u, threads));
+    for (auto& list : inside)
+    {
+        const double expected = bracket.share * static_cast<double>(image.Count()) / inside.size();
+        list.reserve(static_cast<std::size_t>(expected * 1.25) + image.columns);
+    }
+    RunBlocks(
+        blocks, threads,
+        [&](std::size_t block, unsigned thread)
+        {
+            std::vector<double> row(image.columns);
+            std::vector<double> rowInside(image.columns);
+            FirstPass& part = parts[block];
+            std::vector<double>& kept = inside[thread];
+            for (std::size_t r = blocks.Begin(block); r < blocks.End(block); ++r)
+            {
+                if (usable.IsPlain())
+                {
+                    DeviationSums deviations;
+                    const SurfaceRow kernelRow = surface.background.KernelRow(image, r, row.data());
+                    const RowExtent whole =
+                        shift ? MeasureRowAndDeviations(kernelRow, image.columns, bracket.low,
+                                                        bracket.high, *shift, rowInside.data(),
+                                                        deviations)
+                              : MeasureRow(kernelRow, image.columns, bracket.low, bracket.high,
+                                           rowInside.data());
+                    if (std::isfinite(whole.sum))
+                    {
+                        AddDeviations(part.deviations, deviations);
+                        part.extent.count += image.columns;
+                        part.extent.sum += whole.sum;
+                        part.extent.minimum = std::min(part.extent.minimum, whole.minimum);
+                        part.extent.maximum = std::max(part.extent.maximum, whole.maximum);
+                        part.below += whole.below;
+                        pass.wholeRows[r] = 1;
+                        kept.insert(kept.end(), rowInside.begin(),
+                                    rowInside.begin() + static_cast<std::ptrdiff_t>(whole.inside));
+                        continue;
+                    }
+                }
+                surface.Row(r, row.data());
+                const std::size_t first = r * image.columns;
+                for (std::size_t c = 0; c < image.columns; ++c)
+                {
+                    const double value = row[c];
+                    if (!usable.Includes(value, first + c))
+                    {
+                        continue;
+                    }
+                    ++part.extent.count;
+                    part.extent.sum += value;
+                    part.extent.minimum = std::min(part.extent.minimum, value);
+                    part.extent.maximum = std::max(part.extent.maximum, value);
+                    part.below += value < bracket.low;
+                    if (value >= bracket.low && value <= bracket.high)
+                    {
+                        kept.push_back(value);
+                    }
+                    if (shift)
+                    {
+                        AddDeviation(part.deviations, value - *shift);
+                    }
+                }
+            }
+        });
     for (FirstPass& part : parts)
     {
         pass.extent.count += part.extent.count;
@@ -185,8 +234,13 @@ FirstPass MeasureSurface(const Surface& surface, const Usable& usable, const Bra
         pass.extent.minimum = std::min(pass.extent.minimum, part.extent.minimum);
         pass.extent.maximum = std::max(pass.extent.maximum, part.extent.maximum);
         pass.below += part.below;
-        pass.inside.insert(pass.inside.end(), part.inside.begin(), part.inside.end());
         AddDeviations(pass.deviations, part.deviations);
+    }
+    pass.inside = std::move(inside[0]);
+    for (std::size_t thread = 1; thread < inside.size(); ++thread)
+    {
+        pass.inside.insert(pass.inside.end(), inside[thread].begin(), inside[thread].end());
+        std::vector<double>().swap(inside[thread]);
     }
     return pass;
 }
@@ -204,12 +258,14 @@ DeviationSums SumDeviations(const Surface& surface, const Usable& usable, double
                   DeviationSums& part = parts[block];
                   for (std::size_t r = blocks.Begin(block); r < blocks.End(block); ++r)
                   {
-                      surface.Row(r, row.data());
                       if (wholeRows[r])
                       {
-                          AddDeviations(part, RowDeviations(row.data(), image.columns, mean));
+                          AddDeviations(part, RowDeviations(surface.background.KernelRow(
+                                                                image, r, row.data()),
+                                                            image.columns, mean));
                           continue;
                       }
+                      surface.Row(r, row.data());
                       const std::size_t first = r * image.columns;
                       for (std::size_t c = 0; c < image.columns; ++c)
                       {
@@ -239,13 +295,10 @@ double Median(const Surface& surface, const Usable& usable, FirstPass& pass)
     double values[2];
     if (ranks[0] >= pass.below && ranks[1] < pass.below + pass.inside.size())
     {
-        const auto nth = pass.inside.begin() + static_cast<std::ptrdiff_t>(ranks[0] - pass.below);
-        std::nth_element(pass.inside.begin(), nth, pass.inside.end());
-        values[0] = *nth;
-        // Everything after the first middle sample is at least as large: the next rank is their
-        // smallest.
-        values[1] =
-            ranks[1] == ranks[0] ? values[0] : *std::min_element(nth + 1, pass.inside.end());
+        const auto both = ValuesAtRankAndNext(pass.inside.data(), pass.inside.size(),
+                                              static_cast<std::size_t>(ranks[0] - pass.below));
+        values[0] = both.first;
+        values[1] = both.second;
     }
     else
     {
@@ -423,24 +476,24 @@ bool UsableLateral(const std::optional<Lateral>& lateral)
            std::isfinite(lateral->metresPerHeightUnit) && lateral->metresPerHeightUnit > 0;
 }
 
-// The deviations from the mean, from a first pass that summed them from a shift close to it:
-// the sums of powers move exactly to the mean, and |d| by the count on either side, which is
-// exact but for samples between shift and mean. Nothing when the shift was not close enough to
-// make that negligible.
+// The deviations from the mean, from a first pass that summed them from a shift close to it: the
+// sums of powers move exactly to the mean. |d| moves by at most |mean - shift| a sample, which is
+// left out: it is accepted only when that is below a part in 10^12 of Sq, as it is for the
+// rounding noise a fit leaves in a mean that is zero by construction. Nothing otherwise.
 std::optional<DeviationSums> MoveToMean(const DeviationSums& fromShift, double shift, double mean,
                                         std::uint64_t count)
 {
     const auto n = static_cast<double>(count);
     const double delta = mean - shift;
     const double variance = fromShift.squares / n - delta * delta;
-    if (!(std::fabs(delta) <= 1e-7 * std::sqrt(std::max(variance, 0.0))))
+    if (!(std::fabs(delta) <= 1e-12 * std::sqrt(std::max(variance, 0.0))))
     {
         return std::nullopt;
     }
     const DeviationSums& s = fromShift;
     const double d2 = delta * delta;
     DeviationSums sums;
-    sums.absolute = s.absolute - delta * static_cast<double>(s.side);
+    sums.absolute = s.absolute;
     sums.squares = s.squares - n * d2;
     sums.cubes = s.cubes - 3 * delta * s.squares + 2 * n * d2 * delta;
     sums.fourths = s.fourths - 4 * delta * s.cubes + 6 * d2 * s.squares - 3 * n * d2 * d2;
@@ -452,10 +505,13 @@ std::optional<DeviationSums> MoveToMean(const DeviationSums& fromShift, double s
 // first pass and the second is not needed.
 HeightParameters Figures(const Surface& surface, const Usable& usable,
                          const std::optional<Lateral>& lateral,
-                         const std::optional<double>& knownMean = std::nullopt)
+                         const std::optional<double>& knownMean = std::nullopt,
+                         MedianFigure median = MedianFigure::Computed)
 {
     HeightParameters figures;
-    FirstPass pass = MeasureSurface(surface, usable, MedianBracket(surface, usable), knownMean);
+    const bool withMedian = median == MedianFigure::Computed;
+    FirstPass pass = MeasureSurface(
+        surface, usable, withMedian ? MedianBracket(surface, usable) : NO_BRACKET, knownMean);
     const Extent& extent = pass.extent;
     figures.count = extent.count;
     figures.excluded = surface.image.Count() - extent.count;
@@ -486,7 +542,7 @@ HeightParameters Figures(const Surface& surface, const Usable& usable,
     figures.Sp = figures.maximum - figures.mean;
     figures.Sv = figures.mean - figures.minimum;
     figures.Sz = figures.Sp + figures.Sv;
-    figures.median = Median(surface, usable, pass);
+    figures.median = withMedian ? Median(surface, usable, pass) : NaN;
 
     if (UsableLateral(lateral))
     {
@@ -518,7 +574,8 @@ HeightParameters ComputeHeightParameters(const ImageView& image, PixelMask mask,
 }
 
 HeightParameters AnalyseSurface(const ImageView& image, const LevelMethod& method,
-                                const Exclusion& exclusion, const std::optional<Lateral>& lateral)
+                                const Exclusion& exclusion, const std::optional<Lateral>& lateral,
+                                MedianFigure median)
 {
     const Background background = FitBackground(image, method, exclusion);
     const Surface surface{image, background};
@@ -533,7 +590,7 @@ HeightParameters AnalyseSurface(const ImageView& image, const LevelMethod& metho
             knownMean = 0.0;
         }
     }
-    return Figures(surface, ResolveExclusion(surface, exclusion), lateral, knownMean);
+    return Figures(surface, ResolveExclusion(surface, exclusion), lateral, knownMean, median);
 }
 
 } // namespace Kiv::Analysis

@@ -28,7 +28,8 @@ RowBlocks MakeRowBlocks(std::size_t rows, std::size_t columns)
 
 unsigned ThreadsFor(std::size_t pixels)
 {
-    const unsigned processors = std::max(1u, std::thread::hardware_concurrency());
+    // Asked once: the library reads it from the system's files each time.
+    static const unsigned processors = std::max(1u, std::thread::hardware_concurrency());
     const std::size_t useful = std::max<std::size_t>(1, pixels / PIXELS_PER_EXTRA_THREAD);
     return static_cast<unsigned>(std::min<std::size_t>(processors, useful));
 }

@@ -19,63 +19,253 @@ constexpr int MAX_DEGREE_SUMS = 5;
 constexpr std::size_t LANES = 4;
 using Lanes = double __attribute__((vector_size(LANES * sizeof(double))));
 using LaneFlags = long long __attribute__((vector_size(LANES * sizeof(long long))));
+using Floats = float __attribute__((vector_size(LANES * sizeof(float))));
 
-__attribute__((always_inline)) inline Lanes Load(const double* values)
+#define KIV_INLINE __attribute__((always_inline)) inline
+
+KIV_INLINE Lanes Load(const double* values)
 {
     Lanes lanes;
     std::memcpy(&lanes, values, sizeof lanes);
     return lanes;
 }
 
-__attribute__((always_inline)) inline Lanes Broadcast(double value)
+KIV_INLINE Lanes Broadcast(double value)
 {
     return Lanes{value, value, value, value};
 }
 
 // Lanes combined pairwise, always in the same order.
-__attribute__((always_inline)) inline double Total(const Lanes& lanes)
+KIV_INLINE double Total(const Lanes& lanes)
 {
     return (lanes[0] + lanes[2]) + (lanes[1] + lanes[3]);
 }
 
-__attribute__((always_inline)) inline long long Total(const LaneFlags& lanes)
+KIV_INLINE long long Total(const LaneFlags& lanes)
 {
-    long long total = 0;
-    for (std::size_t lane = 0; lane < LANES; ++lane)
-    {
-        total += lanes[lane];
-    }
-    return total;
+    return (lanes[0] + lanes[2]) + (lanes[1] + lanes[3]);
 }
 
-__attribute__((always_inline)) inline bool Any(const LaneFlags& lanes)
+// Folded by shuffles, which stay in the vector unit, rather than lane by lane.
+KIV_INLINE bool Any(const LaneFlags& lanes)
 {
-    long long any = 0;
-    for (std::size_t lane = 0; lane < LANES; ++lane)
-    {
-        any |= lanes[lane];
-    }
-    return any != 0;
+    const LaneFlags halves = lanes | __builtin_shuffle(lanes, LaneFlags{2, 3, 0, 1});
+    return (halves | __builtin_shuffle(halves, LaneFlags{1, 0, 3, 2}))[0] != 0;
 }
 
-__attribute__((always_inline)) inline double Smallest(const Lanes& lanes)
+// |x| by clearing the sign bit: one instruction rather than a compare and a blend.
+KIV_INLINE Lanes Magnitude(const Lanes& x)
 {
-    double smallest = lanes[0];
-    for (std::size_t lane = 1; lane < LANES; ++lane)
-    {
-        smallest = std::min(smallest, lanes[lane]);
-    }
-    return smallest;
+    const long long noSign = 0x7FFFFFFFFFFFFFFFLL;
+    return reinterpret_cast<Lanes>(reinterpret_cast<LaneFlags>(x) &
+                                   LaneFlags{noSign, noSign, noSign, noSign});
 }
 
-__attribute__((always_inline)) inline double Largest(const Lanes& lanes)
+KIV_INLINE double Smallest(const Lanes& lanes)
 {
-    double largest = lanes[0];
-    for (std::size_t lane = 1; lane < LANES; ++lane)
+    return std::min(std::min(lanes[0], lanes[1]), std::min(lanes[2], lanes[3]));
+}
+
+KIV_INLINE double Largest(const Lanes& lanes)
+{
+    return std::max(std::max(lanes[0], lanes[1]), std::max(lanes[2], lanes[3]));
+}
+
+// Where a loop reads its values: a row of doubles, or samples less a linear background.
+struct StoredValues
+{
+    const double* z;
+
+    KIV_INLINE Lanes At(std::size_t i) const { return Load(z + i); }
+    KIV_INLINE double One(std::size_t i) const { return z[i]; }
+};
+
+struct LinearResidual
+{
+    const float* samples;
+    const double* u;
+    double offset;
+    double slope;
+
+    KIV_INLINE Lanes At(std::size_t i) const
     {
-        largest = std::max(largest, lanes[lane]);
+        Floats narrow;
+        std::memcpy(&narrow, samples + i, sizeof narrow);
+        return __builtin_convertvector(narrow, Lanes) -
+               (Broadcast(offset) + Broadcast(slope) * Load(u + i));
     }
-    return largest;
+    KIV_INLINE double One(std::size_t i) const { return samples[i] - (offset + slope * u[i]); }
+};
+
+KIV_INLINE LinearResidual Linear(const SurfaceRow& row)
+{
+    return {row.samples, row.u, row.offset, row.slope};
+}
+
+// The degree is a constant of each loop, so that its powers unroll.
+template <int DEGREE, class Source>
+KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, double* moments)
+{
+    Lanes sums[DEGREE + 1] = {};
+    std::size_t i = 0;
+    for (; i + LANES <= count; i += LANES)
+    {
+        const Lanes x = Load(u + i);
+        Lanes term = z.At(i);
+        sums[0] += term;
+        for (int k = 1; k <= DEGREE; ++k)
+        {
+            term *= x;
+            sums[k] += term;
+        }
+    }
+    for (std::size_t lane = 0; i < count; ++i, ++lane)
+    {
+        double term = z.One(i);
+        for (int k = 0; k <= DEGREE; ++k)
+        {
+            sums[k][lane] += term;
+            term *= u[i];
+        }
+    }
+    for (int k = 0; k <= DEGREE; ++k)
+    {
+        moments[k] = Total(sums[k]);
+    }
+}
+
+template <class Source>
+KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, int degree,
+                        double* moments)
+{
+    switch (degree)
+    {
+    case 0:
+        return Moments<0>(z, u, count, moments);
+    case 1:
+        return Moments<1>(z, u, count, moments);
+    case 2:
+        return Moments<2>(z, u, count, moments);
+    case 3:
+        return Moments<3>(z, u, count, moments);
+    default:
+        return Moments<MAX_DEGREE_SUMS - 1>(z, u, count, moments);
+    }
+}
+
+// One loop for both measures; the deviations cost a third of it and are summed only when asked.
+// The samples inside the bracket go to a buffer with room for the whole row rather than to a
+// growing list: with no call in the loop, its running sums stay in registers.
+template <bool WITH_DEVIATIONS, class Source>
+KIV_INLINE RowExtent Measure(const Source& z, std::size_t count, double low, double high,
+                             double shift, double* kept, DeviationSums& deviations)
+{
+    std::size_t keptCount = 0;
+    const double infinity = std::numeric_limits<double>::infinity();
+    Lanes sum = {};
+    Lanes minimum = Broadcast(infinity);
+    Lanes maximum = Broadcast(-infinity);
+    LaneFlags notBelow = {};
+    Lanes absolute = {};
+    Lanes squares = {};
+    Lanes cubes = {};
+    Lanes fourths = {};
+    const Lanes lows = Broadcast(low);
+    const Lanes highs = Broadcast(high);
+    const Lanes shifts = Broadcast(shift);
+    std::size_t i = 0;
+    for (; i + LANES <= count; i += LANES)
+    {
+        const Lanes v = z.At(i);
+        sum += v;
+        minimum = v < minimum ? v : minimum;
+        maximum = v > maximum ? v : maximum;
+        // For a finite v, v < low is the opposite of v >= low, which the bracket needs anyway.
+        const LaneFlags atLeastLow = v >= lows;
+        notBelow -= atLeastLow; // a true comparison is -1 in every bit
+        if (WITH_DEVIATIONS)
+        {
+            const Lanes d = v - shifts;
+            const Lanes d2 = d * d;
+            absolute += Magnitude(d);
+            squares += d2;
+            cubes += d2 * d;
+            fourths += d2 * d2;
+        }
+        const LaneFlags in = atLeastLow & (v <= highs);
+        // Few samples fall inside the bracket: most groups of lanes skip this.
+        if (Any(in))
+        {
+            for (std::size_t lane = 0; lane < LANES; ++lane)
+            {
+                kept[keptCount] = v[lane];
+                keptCount += static_cast<std::size_t>(in[lane] & 1);
+            }
+        }
+    }
+    for (std::size_t lane = 0; i < count; ++i, ++lane)
+    {
+        const double v = z.One(i);
+        sum[lane] += v;
+        minimum[lane] = std::min(minimum[lane], v);
+        maximum[lane] = std::max(maximum[lane], v);
+        notBelow[lane] += v >= low;
+        if (WITH_DEVIATIONS)
+        {
+            const double d = v - shift;
+            absolute[lane] += std::fabs(d);
+            squares[lane] += d * d;
+            cubes[lane] += d * d * d;
+            fourths[lane] += d * d * d * d;
+        }
+        if (v >= low && v <= high)
+        {
+            kept[keptCount++] = v;
+        }
+    }
+    RowExtent extent;
+    extent.inside = keptCount;
+    extent.sum = Total(sum);
+    extent.minimum = Smallest(minimum);
+    extent.maximum = Largest(maximum);
+    extent.below = count - static_cast<std::uint64_t>(Total(notBelow));
+    if (WITH_DEVIATIONS)
+    {
+        deviations.absolute += Total(absolute);
+        deviations.squares += Total(squares);
+        deviations.cubes += Total(cubes);
+        deviations.fourths += Total(fourths);
+    }
+    return extent;
+}
+
+template <class Source>
+KIV_INLINE DeviationSums Deviations(const Source& z, std::size_t count, double mean)
+{
+    Lanes absolute = {};
+    Lanes squares = {};
+    Lanes cubes = {};
+    Lanes fourths = {};
+    const Lanes means = Broadcast(mean);
+    std::size_t i = 0;
+    for (; i + LANES <= count; i += LANES)
+    {
+        const Lanes d = z.At(i) - means;
+        const Lanes d2 = d * d;
+        absolute += Magnitude(d);
+        squares += d2;
+        cubes += d2 * d;
+        fourths += d2 * d2;
+    }
+    for (std::size_t lane = 0; i < count; ++i, ++lane)
+    {
+        const double d = z.One(i) - mean;
+        absolute[lane] += std::fabs(d);
+        squares[lane] += d * d;
+        cubes[lane] += d * d * d;
+        fourths[lane] += d * d * d * d;
+    }
+    return {Total(absolute), Total(squares), Total(cubes), Total(fourths)};
 }
 } // namespace
 
@@ -108,174 +298,47 @@ void NarrowRow(const double* __restrict z, std::size_t count, float* __restrict 
 }
 
 KIV_WIDE_VECTORS
-void RowMoments(const double* z, const double* u, std::size_t count, int degree, double* moments)
+void RowMoments(const SurfaceRow& row, const double* u, std::size_t count, int degree,
+                double* moments)
 {
-    Lanes sums[MAX_DEGREE_SUMS] = {};
-    std::size_t i = 0;
-    for (; i + LANES <= count; i += LANES)
+    if (row.samples)
     {
-        const Lanes x = Load(u + i);
-        Lanes term = Load(z + i);
-        sums[0] += term;
-        for (int k = 1; k <= degree; ++k)
-        {
-            term *= x;
-            sums[k] += term;
-        }
+        return Moments(Linear(row), u, count, degree, moments);
     }
-    for (int k = 0; k <= degree; ++k)
-    {
-        moments[k] = 0.0;
-    }
-    for (std::size_t lane = 0; i < count; ++i, ++lane)
-    {
-        double term = z[i];
-        for (int k = 0; k <= degree; ++k)
-        {
-            sums[k][lane] += term;
-            term *= u[i];
-        }
-    }
-    for (int k = 0; k <= degree; ++k)
-    {
-        moments[k] = Total(sums[k]);
-    }
+    Moments(StoredValues{row.values}, u, count, degree, moments);
 }
-
-namespace
-{
-// One loop for both measures; the deviations cost a third of it and are summed only when asked.
-template <bool WITH_DEVIATIONS>
-__attribute__((always_inline)) inline RowExtent
-Measure(const double* z, std::size_t count, double low, double high, double shift,
-        std::vector<double>& inside, DeviationSums& deviations)
-{
-    const double infinity = std::numeric_limits<double>::infinity();
-    Lanes sum = {};
-    Lanes minimum = Broadcast(infinity);
-    Lanes maximum = Broadcast(-infinity);
-    LaneFlags below = {};
-    Lanes absolute = {};
-    Lanes squares = {};
-    Lanes cubes = {};
-    Lanes fourths = {};
-    LaneFlags side = {};
-    const Lanes lows = Broadcast(low);
-    const Lanes highs = Broadcast(high);
-    const Lanes shifts = Broadcast(shift);
-    const Lanes zeros = {};
-    std::size_t i = 0;
-    for (; i + LANES <= count; i += LANES)
-    {
-        const Lanes v = Load(z + i);
-        sum += v;
-        minimum = v < minimum ? v : minimum;
-        maximum = v > maximum ? v : maximum;
-        below -= v < lows; // a true comparison is -1 in every bit
-        if (WITH_DEVIATIONS)
-        {
-            const Lanes d = v - shifts;
-            const Lanes d2 = d * d;
-            absolute += d < zeros ? -d : d;
-            squares += d2;
-            cubes += d2 * d;
-            fourths += d2 * d2;
-            side += (d < zeros) - (d > zeros);
-        }
-        const LaneFlags in = (v >= lows) & (v <= highs);
-        // Few samples fall inside the bracket: most groups of lanes skip this.
-        if (Any(in))
-        {
-            for (std::size_t lane = 0; lane < LANES; ++lane)
-            {
-                if (in[lane])
-                {
-                    inside.push_back(v[lane]);
-                }
-            }
-        }
-    }
-    for (std::size_t lane = 0; i < count; ++i, ++lane)
-    {
-        const double v = z[i];
-        sum[lane] += v;
-        minimum[lane] = std::min(minimum[lane], v);
-        maximum[lane] = std::max(maximum[lane], v);
-        below[lane] += v < low;
-        if (WITH_DEVIATIONS)
-        {
-            const double d = v - shift;
-            absolute[lane] += std::fabs(d);
-            squares[lane] += d * d;
-            cubes[lane] += d * d * d;
-            fourths[lane] += d * d * d * d;
-            side[lane] += (d > 0) - (d < 0);
-        }
-        if (v >= low && v <= high)
-        {
-            inside.push_back(v);
-        }
-    }
-    RowExtent extent;
-    extent.sum = Total(sum);
-    extent.minimum = Smallest(minimum);
-    extent.maximum = Largest(maximum);
-    extent.below = static_cast<std::uint64_t>(Total(below));
-    if (WITH_DEVIATIONS)
-    {
-        deviations.absolute += Total(absolute);
-        deviations.squares += Total(squares);
-        deviations.cubes += Total(cubes);
-        deviations.fourths += Total(fourths);
-        deviations.side += Total(side);
-    }
-    return extent;
-}
-} // namespace
 
 KIV_WIDE_VECTORS
-RowExtent MeasureRow(const double* z, std::size_t count, double low, double high,
-                     std::vector<double>& inside)
+RowExtent MeasureRow(const SurfaceRow& row, std::size_t count, double low, double high,
+                     double* inside)
 {
     DeviationSums unused;
-    return Measure<false>(z, count, low, high, 0.0, inside, unused);
+    if (row.samples)
+    {
+        return Measure<false>(Linear(row), count, low, high, 0.0, inside, unused);
+    }
+    return Measure<false>(StoredValues{row.values}, count, low, high, 0.0, inside, unused);
 }
 
 KIV_WIDE_VECTORS
-RowExtent MeasureRowAndDeviations(const double* z, std::size_t count, double low, double high,
-                                  double shift, std::vector<double>& inside,
-                                  DeviationSums& deviations)
+RowExtent MeasureRowAndDeviations(const SurfaceRow& row, std::size_t count, double low, double high,
+                                  double shift, double* inside, DeviationSums& deviations)
 {
-    return Measure<true>(z, count, low, high, shift, inside, deviations);
+    if (row.samples)
+    {
+        return Measure<true>(Linear(row), count, low, high, shift, inside, deviations);
+    }
+    return Measure<true>(StoredValues{row.values}, count, low, high, shift, inside, deviations);
 }
 
 KIV_WIDE_VECTORS
-DeviationSums RowDeviations(const double* z, std::size_t count, double mean)
+DeviationSums RowDeviations(const SurfaceRow& row, std::size_t count, double mean)
 {
-    Lanes absolute = {};
-    Lanes squares = {};
-    Lanes cubes = {};
-    Lanes fourths = {};
-    const Lanes means = Broadcast(mean);
-    std::size_t i = 0;
-    for (; i + LANES <= count; i += LANES)
+    if (row.samples)
     {
-        const Lanes d = Load(z + i) - means;
-        const Lanes d2 = d * d;
-        absolute += d < 0 ? -d : d;
-        squares += d2;
-        cubes += d2 * d;
-        fourths += d2 * d2;
+        return Deviations(Linear(row), count, mean);
     }
-    for (std::size_t lane = 0; i < count; ++i, ++lane)
-    {
-        const double d = z[i] - mean;
-        absolute[lane] += std::fabs(d);
-        squares[lane] += d * d;
-        cubes[lane] += d * d * d;
-        fourths[lane] += d * d * d * d;
-    }
-    return {Total(absolute), Total(squares), Total(cubes), Total(fourths)};
+    return Deviations(StoredValues{row.values}, count, mean);
 }
 
 } // namespace Kiv::Analysis::Detail

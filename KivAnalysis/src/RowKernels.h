@@ -21,6 +21,19 @@ namespace Kiv::Analysis::Detail
 // not depend on the processor it was computed on. A row holding a dropout shows as a non-finite
 // sum, and its caller goes over it again sample by sample.
 
+// A row of the surface as the kernels take it: either its values, or the image's samples with a
+// background that is offset + slope * u along the row (every background up to a plane is), which
+// the loop subtracts as it goes, so that the row never passes through memory as doubles. Both
+// give the same values to the last bit: the subtraction is the one the background itself does.
+struct SurfaceRow
+{
+    const double* values = nullptr;
+    const float* samples = nullptr;
+    const double* u = nullptr;
+    double offset = 0.0;
+    double slope = 0.0;
+};
+
 // Whether every value is finite.
 bool AllFinite(const double* z, std::size_t count);
 
@@ -28,34 +41,34 @@ bool AllFinite(const double* z, std::size_t count);
 void NarrowRow(const double* z, std::size_t count, float* out);
 
 // moments[i] = sum of u^i z over the row, i = 0 .. degree.
-void RowMoments(const double* z, const double* u, std::size_t count, int degree, double* moments);
+void RowMoments(const SurfaceRow& row, const double* u, std::size_t count, int degree,
+                double* moments);
 
 // Sum, range and where the values lie against a bracket [low, high]: how many below it, and
-// those inside it appended to inside.
+// those inside it written to inside, which has room for count values.
 struct RowExtent
 {
     double sum = 0.0;
     double minimum = 0.0;
     double maximum = 0.0;
     std::uint64_t below = 0;
+    std::size_t inside = 0;
 };
-RowExtent MeasureRow(const double* z, std::size_t count, double low, double high,
-                     std::vector<double>& inside);
+RowExtent MeasureRow(const SurfaceRow& row, std::size_t count, double low, double high,
+                     double* inside);
 
-// Sums of |d|, d^2, d^3, d^4 for d = z - mean, and how many d are above 0 less how many below.
+// Sums of |d|, d^2, d^3, d^4 for d = z - mean.
 struct DeviationSums
 {
     double absolute = 0.0;
     double squares = 0.0;
     double cubes = 0.0;
     double fourths = 0.0;
-    std::int64_t side = 0;
 };
-DeviationSums RowDeviations(const double* z, std::size_t count, double mean);
+DeviationSums RowDeviations(const SurfaceRow& row, std::size_t count, double mean);
 
 // Both at once, the deviations taken from shift.
-RowExtent MeasureRowAndDeviations(const double* z, std::size_t count, double low, double high,
-                                  double shift, std::vector<double>& inside,
-                                  DeviationSums& deviations);
+RowExtent MeasureRowAndDeviations(const SurfaceRow& row, std::size_t count, double low, double high,
+                                  double shift, double* inside, DeviationSums& deviations);
 
 } // namespace Kiv::Analysis::Detail

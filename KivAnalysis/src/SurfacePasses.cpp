@@ -19,9 +19,9 @@ const std::size_t HISTOGRAM_BINS = 1 << 16;
 class Bins
 {
 public:
-    explicit Bins(const Extent& extent)
+    explicit Bins(const Extent& extent, std::size_t count = HISTOGRAM_BINS)
         : m_Minimum(extent.minimum),
-          m_Scale(static_cast<double>(HISTOGRAM_BINS) / (extent.maximum - extent.minimum))
+          m_Scale(static_cast<double>(count) / (extent.maximum - extent.minimum)), m_Last(count - 1)
     {
     }
 
@@ -29,12 +29,13 @@ public:
     {
         const double position = (value - m_Minimum) * m_Scale;
         const auto bin = position > 0 ? static_cast<std::size_t>(position) : std::size_t{0};
-        return std::min(bin, HISTOGRAM_BINS - 1);
+        return std::min(bin, m_Last);
     }
 
 private:
     double m_Minimum;
     double m_Scale;
+    std::size_t m_Last;
 };
 
 // Calls visit(value) for every usable sample; one visitor state per thread.
@@ -196,6 +197,65 @@ std::vector<double> ValuesAtRanks(const Surface& surface, const Usable& usable,
         values[i] = *nth;
     }
     return values;
+}
+
+std::pair<double, double> ValuesAtRankAndNext(double* values, std::size_t count, std::size_t rank)
+{
+    const std::size_t next = std::min(rank + 1, count - 1);
+    const std::size_t PLAIN_BELOW = 1 << 12;
+    if (count >= PLAIN_BELOW)
+    {
+        // One count a bin tells which bin holds the rank; only that bin is then selected from.
+        const auto [least, most] = std::minmax_element(values, values + count);
+        Extent extent;
+        extent.minimum = *least;
+        extent.maximum = *most;
+        if (extent.minimum == extent.maximum)
+        {
+            return {extent.minimum, extent.minimum};
+        }
+        // A bin for every 64 values or so keeps the counts in the cache.
+        const std::size_t binCount = std::min(HISTOGRAM_BINS, count / 64);
+        const Bins bins(extent, binCount);
+        std::vector<std::size_t> counts(binCount, 0);
+        for (std::size_t i = 0; i < count; ++i)
+        {
+            ++counts[bins.Of(values[i])];
+        }
+        std::size_t below = 0;
+        std::size_t bin = 0;
+        while (below + counts[bin] <= rank)
+        {
+            below += counts[bin++];
+        }
+        double* const inBin = values;
+        const std::size_t inBinCount = static_cast<std::size_t>(
+            std::partition(values, values + count, [&](double v) { return bins.Of(v) == bin; }) -
+            values);
+        double* const nth = inBin + (rank - below);
+        std::nth_element(inBin, nth, inBin + inBinCount);
+        if (next == rank)
+        {
+            return {*nth, *nth};
+        }
+        if (next - below < inBinCount)
+        {
+            return {*nth, *std::min_element(nth + 1, inBin + inBinCount)};
+        }
+        // The next rank is the smallest value of a later bin: the smallest above this one.
+        double following = std::numeric_limits<double>::infinity();
+        for (const double* value = inBin + inBinCount; value < values + count; ++value)
+        {
+            if (*value > *nth)
+            {
+                following = std::min(following, *value);
+            }
+        }
+        return {*nth, following};
+    }
+    double* const nth = values + rank;
+    std::nth_element(values, nth, values + count);
+    return {*nth, next == rank ? *nth : *std::min_element(nth + 1, values + count)};
 }
 
 QuantileRanks RanksOfQuantile(std::uint64_t count, double quantile)

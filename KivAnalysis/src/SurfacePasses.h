@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <utility>
 #include <vector>
 
 #include "Background.h"
@@ -69,6 +70,10 @@ double Interpolate(const QuantileRanks& ranks, double low, double high);
 
 // The q-quantile of the usable samples of the surface; NaN when none is usable.
 double SurfaceQuantile(const Surface& surface, const Usable& usable, double quantile);
+
+// The values at ranks rank and rank + 1 (or rank again when it is the last) among
+// values[0..count), reordering them: by counting into bins first when there are many.
+std::pair<double, double> ValuesAtRankAndNext(double* values, std::size_t count, std::size_t rank);
 
 // The q-quantile of values[0..count), reordering them; NaN for none.
 double QuantileInPlace(double* values, std::size_t count, double quantile);

@@ -116,9 +116,11 @@ void WriteImage(std::ostream& out, DataFile& file, const FloatMatrix& image)
     Line(out, 2, "Mean", Figure(figures.mean));
     Line(out, 2, "RMS roughness", Figure(figures.rmsRoughness));
     // The raw figures carry the scan's tilt; the levelled ones are what a microscopist compares.
+    // No median is shown, and skipping it spares its selection.
     const auto levelled =
         Kiv::Analysis::AnalyseSurface({MatrixSamples(image), image.size1(), image.size2()},
-                                      Kiv::Analysis::LevelMethod::Parse("plane"));
+                                      Kiv::Analysis::LevelMethod::Parse("plane"), {}, std::nullopt,
+                                      Kiv::Analysis::MedianFigure::Skipped);
     Line(out, 2, "Sa (plane-levelled)", Figure(levelled.Sa));
     Line(out, 2, "Sq (plane-levelled)", Figure(levelled.Sq));
     if (figures.nonFinite != 0)

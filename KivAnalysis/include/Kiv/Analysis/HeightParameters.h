@@ -61,11 +61,20 @@ struct Lateral
 HeightParameters ComputeHeightParameters(const ImageView& image, PixelMask mask = nullptr,
                                          const std::optional<Lateral>& lateral = std::nullopt);
 
+// The median needs a selection among the samples, and on a large image some memory for it (about
+// a twentieth of the samples' own at most); a caller that shows no median can do without.
+enum class MedianFigure
+{
+    Computed,
+    Skipped, // left NaN
+};
+
 // The figures of the image levelled by method, as Level would give it but computed in double
 // precision without storing the levelled surface. The exclusion shapes the fits as in Level, and
 // the figures leave out the pixels it excludes from the levelled surface.
 HeightParameters AnalyseSurface(const ImageView& image, const LevelMethod& method,
                                 const Exclusion& exclusion = {},
-                                const std::optional<Lateral>& lateral = std::nullopt);
+                                const std::optional<Lateral>& lateral = std::nullopt,
+                                MedianFigure median = MedianFigure::Computed);
 
 } // namespace Kiv::Analysis
