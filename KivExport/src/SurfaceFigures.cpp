@@ -47,7 +47,8 @@ FileImage RequireImage(DataFile& file, const std::string& displayName)
     return image;
 }
 
-double MetresPerHeightUnit(const std::string& unit, const std::string& displayName)
+// The unit in metres, or nothing when the unit library knows it as no length.
+std::optional<double> MetresPerHeightUnit(const std::string& unit)
 {
     std::optional<double> metres;
     try
@@ -59,10 +60,9 @@ double MetresPerHeightUnit(const std::string& unit, const std::string& displayNa
     }
     if (!metres || !std::isfinite(*metres) || !(*metres > 0.0))
     {
-        Fail(displayName + ": the height unit \"" + unit +
-             "\" is not a length the unit library knows");
+        return std::nullopt;
     }
-    return *metres;
+    return metres;
 }
 
 // The analysis raises invalid_argument for what the user asked (a row past the image, a
@@ -92,10 +92,17 @@ SurfaceFigures AnalyseFileSurface(DataFile& file, const std::string& displayName
     std::optional<Lateral> lateral;
     if (figures.zUnit)
     {
-        const double metres = MetresPerHeightUnit(*figures.zUnit, displayName);
-        if (figures.pixelSize)
+        const auto metres = MetresPerHeightUnit(*figures.zUnit);
+        // A unit the user names must be a height; the file's own may be a channel's (volts,
+        // degrees), whose surface has no area, and then the hybrid figures are just unknown.
+        if (!metres && request.zUnit)
         {
-            lateral = Lateral{*figures.pixelSize, metres};
+            Fail(displayName + ": the height unit \"" + *figures.zUnit +
+                 "\" is not a length the unit library knows");
+        }
+        if (metres && figures.pixelSize)
+        {
+            lateral = Lateral{*figures.pixelSize, *metres};
         }
     }
     figures.parameters = NamingTheFile(

@@ -74,6 +74,13 @@ def test_the_header_height_unit_gives_the_hybrid_figures(tmp_path):
     header = run_kiv("profile", source, "--col", 0).stdout.splitlines()[0]
     assert header == "distance_m,height_\xb5m"
 
+    # A channel in volts has no area: its figures stand, its hybrid ones are unknown.
+    volts = write_image_file(tmp_path / "volts.flt", ramp, scan_range="1.0000 \xb5m", z_unit="V")
+    result = run_kiv("stats", "--json", "--level", "none", volts)
+    figures = json.loads(result.stdout)
+    assert result.returncode == 0 and figures["z_unit"] == "V"
+    assert figures["Sdq"] is None and figures["Sq"] == pytest.approx(ramp.astype(np.float64).std(), rel=1e-12)
+
 
 def test_info_shows_plane_levelled_roughness_beside_the_raw():
     result = run_kiv("info", IMAGE_SAMPLE)

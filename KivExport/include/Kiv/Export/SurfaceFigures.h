@@ -30,8 +30,9 @@ struct SurfaceFigures
 
 // Reads the file's image, pixel size and height unit and analyses the surface; the hybrid
 // parameters are given when both the pixel size and the height unit are known. Raises
-// Kiv::Access::Failure naming displayName for a file without an image or a height unit the unit
-// library does not know as a length.
+// Kiv::Access::Failure naming displayName for a file without an image or for a height unit the
+// request names that the unit library does not know as a length; the file's own unit that is no
+// length (a phase in degrees, a signal in volts) only leaves the hybrid parameters unknown.
 SurfaceFigures AnalyseFileSurface(Kiv::DataCore::DataFile& file, const std::string& displayName,
                                   const SurfaceRequest& request);
 
