@@ -20,6 +20,8 @@ import os
 import sys
 import time
 
+from dask_batch import add_cluster_options, check_workers, dask_client
+
 COLUMNS = ["file", "level", "count", "excluded", "mean", "median", "min", "max", "Sa", "Sq",
            "Ssk", "Sku", "Sp", "Sv", "Sz", "Sdq", "Sdr", "area", "z_unit", "pixel_size_x",
            "pixel_size_y"]
@@ -51,24 +53,6 @@ def find_work(input_folder):
 def analyse_many(sources, request):
     """analyse() over a chunk of files; return [(source, row, failure)]."""
     return [(source, *analyse(source, request)) for source in sources]
-
-
-def worker_ready():
-    """Import what the work needs on a worker; return the error text when it cannot."""
-    try:
-        import kiv  # noqa: F401
-    except ImportError as error:
-        return str(error)
-    return None
-
-
-def check_workers(client):
-    """Every worker imports kiv once before the work starts: a worker that cannot is named at
-    once, rather than failing every file sent to it."""
-    problems = {worker: problem for worker, problem in client.run(worker_ready).items() if problem}
-    for worker, problem in sorted(problems.items()):
-        print(f"worker {worker}: {problem}", file=sys.stderr)
-    return not problems
 
 
 def run(input_folder, request, client, chunk=None):
@@ -132,11 +116,7 @@ def main():
     parser.add_argument("--exclude-below", type=float, help="leave out heights below this")
     parser.add_argument("--exclude-above-percentile", type=float,
                         help="leave out heights above this percentile (0 to 100)")
-    parser.add_argument("--scheduler", help="address of a running Dask scheduler "
-                        "(default: a LocalCluster on this machine)")
-    parser.add_argument("--workers", type=int, default=2, help="LocalCluster workers (default 2)")
-    parser.add_argument("--processes", action="store_true",
-                        help="LocalCluster workers as processes rather than threads of this one")
+    add_cluster_options(parser)
     arguments = parser.parse_args()
     request = {"level": arguments.level, "z_unit": arguments.z_unit,
                "exclude_above": arguments.exclude_above,
@@ -146,29 +126,12 @@ def main():
     if problem:
         parser.error(problem)
 
-    import dask
-    from dask.distributed import Client, LocalCluster
-
-    cluster = None
-    if arguments.scheduler:
-        client = Client(arguments.scheduler)
-    else:
-        # kiv lets go of the GIL while it reads and analyses, so threads of one process work side
-        # by side; tasks this uniform need no profile sampling their stacks for the GIL.
-        dask.config.set({"distributed.worker.profile.enabled": False})
-        cluster = LocalCluster(n_workers=arguments.workers, threads_per_worker=1,
-                               processes=arguments.processes, dashboard_address=None)
-        client = Client(cluster)
-    try:
+    with dask_client(arguments) as client:
         if not check_workers(client):
             return 1
         started = time.monotonic()
         rows, failures = run(arguments.input, request, client)
         seconds = time.monotonic() - started
-    finally:
-        client.close()
-        if cluster is not None:
-            cluster.close()
     write_table(arguments.output, rows)
     for failure in failures:
         print(failure, file=sys.stderr)

@@ -17,6 +17,8 @@ import os
 import sys
 import time
 
+from dask_batch import add_cluster_options, check_workers, dask_client
+
 
 def convert(source, target_stem, folders_made):
     """Write target_stem.npy and target_stem.json; return None, or the one-line failure.
@@ -59,24 +61,6 @@ def convert_many(pairs):
     return [(source, convert(source, stem, folders_made)) for source, stem in pairs]
 
 
-def worker_ready():
-    """Import what a conversion needs on a worker; return the error text when it cannot."""
-    try:
-        import kiv  # noqa: F401
-    except ImportError as error:
-        return str(error)
-    return None
-
-
-def check_workers(client):
-    """Every worker imports kiv once before the work starts: a worker that cannot is named at
-    once, rather than failing every file sent to it, and the imports are not counted as work."""
-    problems = {worker: problem for worker, problem in client.run(worker_ready).items() if problem}
-    for worker, problem in sorted(problems.items()):
-        print(f"worker {worker}: {problem}", file=sys.stderr)
-    return not problems
-
-
 def run(input_folder, output_folder, client, chunk=None):
     """Convert everything; return (done, failures) with failures as one line each.
 
@@ -105,38 +89,15 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("input", help="folder searched for .flt files")
     parser.add_argument("output", help="folder receiving the .npy and .json files")
-    parser.add_argument("--scheduler", help="address of a running Dask scheduler "
-                        "(default: a LocalCluster on this machine)")
-    parser.add_argument("--workers", type=int, default=2, help="LocalCluster workers (default 2)")
-    parser.add_argument("--processes", action="store_true",
-                        help="LocalCluster workers as processes rather than threads of this one")
+    add_cluster_options(parser)
     arguments = parser.parse_args()
 
-    import dask
-    from dask.distributed import Client, LocalCluster
-
-    cluster = None
-    if arguments.scheduler:
-        client = Client(arguments.scheduler)
-    else:
-        # kiv lets go of the GIL while it reads and writes, so threads of one process
-        # convert side by side without shipping every result between processes. Each worker
-        # would also sample the stacks of its threads every 10 ms for Dask's profile, taking
-        # the GIL from the conversions; tasks this uniform need no profile.
-        dask.config.set({"distributed.worker.profile.enabled": False})
-        cluster = LocalCluster(n_workers=arguments.workers, threads_per_worker=1,
-                               processes=arguments.processes, dashboard_address=None)
-        client = Client(cluster)
-    try:
+    with dask_client(arguments) as client:
         if not check_workers(client):
             return 1
         started = time.monotonic()
         done, failures = run(arguments.input, arguments.output, client)
         seconds = time.monotonic() - started
-    finally:
-        client.close()
-        if cluster is not None:
-            cluster.close()
     for failure in failures:
         print(failure, file=sys.stderr)
     rate = (done + len(failures)) / seconds if seconds > 0 else 0.0

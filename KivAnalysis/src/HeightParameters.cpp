@@ -182,12 +182,16 @@ FirstPass MeasureSurface(const Surface& surface, const Usable& usable, const Bra
                 {
                     DeviationSums deviations;
                     const SurfaceRow kernelRow = surface.background.KernelRow(image, r, row.data());
+                    // Without a median to look for, the bracket's tests are left out.
+                    const bool bracketed = bracket.share > 0;
                     const RowExtent whole =
-                        shift ? MeasureRowAndDeviations(kernelRow, image.columns, bracket.low,
-                                                        bracket.high, *shift, rowInside.data(),
-                                                        deviations)
-                              : MeasureRow(kernelRow, image.columns, bracket.low, bracket.high,
-                                           rowInside.data());
+                        !bracketed && shift
+                            ? MeasureRowWithoutBracket(kernelRow, image.columns, *shift, deviations)
+                        : shift ? MeasureRowAndDeviations(kernelRow, image.columns, bracket.low,
+                                                          bracket.high, *shift, rowInside.data(),
+                                                          deviations)
+                                : MeasureRow(kernelRow, image.columns, bracket.low, bracket.high,
+                                             rowInside.data());
                     if (std::isfinite(whole.sum))
                     {
                         AddDeviations(part.deviations, deviations);

@@ -156,7 +156,7 @@ KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, int
 // One loop for both measures; the deviations cost a third of it and are summed only when asked.
 // The samples inside the bracket go to a buffer with room for the whole row rather than to a
 // growing list: with no call in the loop, its running sums stay in registers.
-template <bool WITH_DEVIATIONS, class Source>
+template <bool WITH_DEVIATIONS, bool WITH_BRACKET, class Source>
 KIV_INLINE RowExtent Measure(const Source& z, std::size_t count, double low, double high,
                              double shift, double* kept, DeviationSums& deviations)
 {
@@ -182,7 +182,10 @@ KIV_INLINE RowExtent Measure(const Source& z, std::size_t count, double low, dou
         maximum = v > maximum ? v : maximum;
         // For a finite v, v < low is the opposite of v >= low, which the bracket needs anyway.
         const LaneFlags atLeastLow = v >= lows;
-        notBelow -= atLeastLow; // a true comparison is -1 in every bit
+        if (WITH_BRACKET)
+        {
+            notBelow -= atLeastLow; // a true comparison is -1 in every bit
+        }
         if (WITH_DEVIATIONS)
         {
             const Lanes d = v - shifts;
@@ -194,7 +197,7 @@ KIV_INLINE RowExtent Measure(const Source& z, std::size_t count, double low, dou
         }
         const LaneFlags in = atLeastLow & (v <= highs);
         // Few samples fall inside the bracket: most groups of lanes skip this.
-        if (Any(in))
+        if (WITH_BRACKET && Any(in))
         {
             for (std::size_t lane = 0; lane < LANES; ++lane)
             {
@@ -218,7 +221,7 @@ KIV_INLINE RowExtent Measure(const Source& z, std::size_t count, double low, dou
             cubes[lane] += d * d * d;
             fourths[lane] += d * d * d * d;
         }
-        if (v >= low && v <= high)
+        if (WITH_BRACKET && v >= low && v <= high)
         {
             kept[keptCount++] = v;
         }
@@ -315,9 +318,9 @@ RowExtent MeasureRow(const SurfaceRow& row, std::size_t count, double low, doubl
     DeviationSums unused;
     if (row.samples)
     {
-        return Measure<false>(Linear(row), count, low, high, 0.0, inside, unused);
+        return Measure<false, true>(Linear(row), count, low, high, 0.0, inside, unused);
     }
-    return Measure<false>(StoredValues{row.values}, count, low, high, 0.0, inside, unused);
+    return Measure<false, true>(StoredValues{row.values}, count, low, high, 0.0, inside, unused);
 }
 
 KIV_WIDE_VECTORS
@@ -326,9 +329,23 @@ RowExtent MeasureRowAndDeviations(const SurfaceRow& row, std::size_t count, doub
 {
     if (row.samples)
     {
-        return Measure<true>(Linear(row), count, low, high, shift, inside, deviations);
+        return Measure<true, true>(Linear(row), count, low, high, shift, inside, deviations);
     }
-    return Measure<true>(StoredValues{row.values}, count, low, high, shift, inside, deviations);
+    return Measure<true, true>(StoredValues{row.values}, count, low, high, shift, inside,
+                               deviations);
+}
+
+KIV_WIDE_VECTORS
+RowExtent MeasureRowWithoutBracket(const SurfaceRow& row, std::size_t count, double shift,
+                                   DeviationSums& deviations)
+{
+    const double none = std::numeric_limits<double>::infinity();
+    if (row.samples)
+    {
+        return Measure<true, false>(Linear(row), count, none, -none, shift, nullptr, deviations);
+    }
+    return Measure<true, false>(StoredValues{row.values}, count, none, -none, shift, nullptr,
+                                deviations);
 }
 
 KIV_WIDE_VECTORS

@@ -71,4 +71,8 @@ DeviationSums RowDeviations(const SurfaceRow& row, std::size_t count, double mea
 RowExtent MeasureRowAndDeviations(const SurfaceRow& row, std::size_t count, double low, double high,
                                   double shift, double* inside, DeviationSums& deviations);
 
+// The same without a bracket, for when no median is wanted.
+RowExtent MeasureRowWithoutBracket(const SurfaceRow& row, std::size_t count, double shift,
+                                   DeviationSums& deviations);
+
 } // namespace Kiv::Analysis::Detail
