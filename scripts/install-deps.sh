@@ -15,6 +15,7 @@ packages=(
     python3-dev python3-pybind11 python3-numpy python3-pytest python3-pandas
     python3-dask python3-distributed python3-tifffile python3-pil
     help2man
+    chromium chromium-driver python3-selenium
 )
 
 missing=()

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <sstream>
 
 #include "CairoCanvas.h"
+#include "CurveNames.h"
 #include "PlotScales.h"
 
 namespace Kiv::Export
@@ -34,36 +34,6 @@ struct Curve
     Rgb colour;
     bool dashed;
 };
-
-std::string WithoutUnit(const std::string& label)
-{
-    const std::size_t open = label.rfind('(');
-    std::string name = open == std::string::npos ? label : label.substr(0, open);
-    while (!name.empty() && name.back() == ' ')
-    {
-        name.pop_back();
-    }
-    return name;
-}
-
-// "Z Approach 1 (µm)" names the axis "Z (µm)": the words that tell the curves apart go.
-std::string AxisName(const std::string& label)
-{
-    std::istringstream words(label);
-    std::string word;
-    std::string name;
-    while (words >> word)
-    {
-        const bool number = word.find_first_not_of("0123456789") == std::string::npos;
-        if (number || word == "Approach" || word == "Retract" || word == "Extend" ||
-            word == "Retraction")
-        {
-            continue;
-        }
-        name += (name.empty() ? "" : " ") + word;
-    }
-    return name;
-}
 
 class ForcePlot
 {
@@ -117,7 +87,7 @@ private:
     {
         if (column < m_Source.curveLabels.size())
         {
-            return WithoutUnit(m_Source.curveLabels[column]);
+            return CurveNameWithoutUnit(m_Source.curveLabels[column]);
         }
         return "Series " + std::to_string(series + 1) + " " + kind;
     }
@@ -182,13 +152,13 @@ private:
         {
             return;
         }
-        m_Canvas.Text(AxisName(Label(m_Curves.front().xColumn)), (PLOT_LEFT + PLOT_RIGHT) / 2,
+        m_Canvas.Text(CurveAxisName(Label(m_Curves.front().xColumn)), (PLOT_LEFT + PLOT_RIGHT) / 2,
                       HEIGHT - 24, 14, CairoCanvas::Align::Centre);
         cairo_t* cr = m_Canvas.Context();
         cairo_save(cr);
         cairo_translate(cr, 26, (PLOT_TOP + PLOT_BOTTOM) / 2);
         cairo_rotate(cr, -M_PI / 2);
-        m_Canvas.Text(AxisName(Label(m_Curves.front().yColumn)), 0, 0, 14,
+        m_Canvas.Text(CurveAxisName(Label(m_Curves.front().yColumn)), 0, 0, 14,
                       CairoCanvas::Align::Centre);
         cairo_restore(cr);
     }

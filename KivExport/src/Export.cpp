@@ -14,10 +14,10 @@ namespace Kiv::Export
 
 namespace
 {
-const std::vector<Format> IMAGE_FORMATS = {Format::Gsf, Format::Npy, Format::Tiff,
-                                           Format::Csv, Format::Png, Format::Json};
-const std::vector<Format> CURVE_FORMATS = {Format::Npy, Format::Csv, Format::Tsv, Format::Png,
-                                           Format::Json};
+const std::vector<Format> IMAGE_FORMATS = {Format::Gsf, Format::Npy,  Format::Tiff, Format::Csv,
+                                           Format::Png, Format::Json, Format::Html};
+const std::vector<Format> CURVE_FORMATS = {Format::Npy, Format::Csv,  Format::Tsv,
+                                           Format::Png, Format::Json, Format::Html};
 
 std::string Names(const std::vector<Format>& formats)
 {
@@ -112,6 +112,8 @@ void WriteFormat(const ExportSource& source, OutputFile& output, Format format,
         return WriteTextTable(source, output, '\t');
     case Format::Png:
         return LoadPngWriter()(source, output, options);
+    case Format::Html:
+        return WriteHtmlPage(source, output, options);
     case Format::Json:
         break; // the header, which ExportFile writes from the tree
     }
@@ -134,7 +136,8 @@ void ExportFile(Kiv::DataCore::DataFile& file, const std::string& sourcePath,
     }
     ExportSource source = ReadExportSource(file, sourcePath);
     RequireFit(source, format);
-    if (source.image)
+    // A page holds the image levelled several ways, which its writer computes.
+    if (source.image && format != Format::Html)
     {
         LevelImage(source, LevellingFor(format, options), options.exclusion);
     }

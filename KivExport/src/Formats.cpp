@@ -16,9 +16,10 @@ struct FormatEntry
 };
 
 const FormatEntry FORMATS[] = {
-    {"gsf", Format::Gsf, ".gsf"},    {"npy", Format::Npy, ".npy"}, {"tiff", Format::Tiff, ".tif"},
-    {"csv", Format::Csv, ".csv"},    {"tsv", Format::Tsv, ".tsv"}, {"png", Format::Png, ".png"},
-    {"json", Format::Json, ".json"},
+    {"gsf", Format::Gsf, ".gsf"},    {"npy", Format::Npy, ".npy"},
+    {"tiff", Format::Tiff, ".tif"},  {"csv", Format::Csv, ".csv"},
+    {"tsv", Format::Tsv, ".tsv"},    {"png", Format::Png, ".png"},
+    {"json", Format::Json, ".json"}, {"html", Format::Html, ".html"},
 };
 
 const FormatEntry& Describe(Format format)

@@ -116,14 +116,14 @@ TEST(Formats, NamesAndExtensions)
         std::optional<Format> format;
     } cases[] = {{"gsf", Format::Gsf},   {"NPY", Format::Npy},   {"tif", Format::Tiff},
                  {"tiff", Format::Tiff}, {"csv", Format::Csv},   {"tsv", Format::Tsv},
-                 {"png", Format::Png},   {"JSON", Format::Json}, {"jpeg", std::nullopt},
-                 {"", std::nullopt}};
+                 {"png", Format::Png},   {"JSON", Format::Json}, {"html", Format::Html},
+                 {"jpeg", std::nullopt}, {"", std::nullopt}};
     for (const auto& c : cases)
     {
         EXPECT_EQ(ParseFormat(c.name), c.format) << c.name;
     }
     EXPECT_EQ(FormatExtension(Format::Tiff), ".tif");
-    EXPECT_EQ(FormatNames(), "gsf, npy, tiff, csv, tsv, png, json");
+    EXPECT_EQ(FormatNames(), "gsf, npy, tiff, csv, tsv, png, json, html");
 }
 
 TEST(OutputPathFor, NamesOutputsAfterTheirInputs)

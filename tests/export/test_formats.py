@@ -165,9 +165,9 @@ def test_png_previews_decode_in_colour(tmp_path, colormap):
 
 
 @pytest.mark.parametrize("source, fmt, fitting", [
-    (FORCE_SAMPLE, "gsf", "npy, csv, tsv, png, json"),
-    (FORCE_SAMPLE, "tiff", "npy, csv, tsv, png, json"),
-    (IMAGE_SAMPLE, "tsv", "gsf, npy, tiff, csv, png, json"),
+    (FORCE_SAMPLE, "gsf", "npy, csv, tsv, png, json, html"),
+    (FORCE_SAMPLE, "tiff", "npy, csv, tsv, png, json, html"),
+    (IMAGE_SAMPLE, "tsv", "gsf, npy, tiff, csv, png, json, html"),
 ])
 def test_formats_that_do_not_fit_are_refused(tmp_path, source, fmt, fitting):
     result = run_kiv("export", source, "--to", fmt, "-d", tmp_path)

@@ -88,4 +88,16 @@ struct ProfileArguments
 CLI::App* AddProfileCommand(CLI::App& app, ProfileArguments& arguments);
 int RunProfile(std::ostream& out, std::ostream& err, const ProfileArguments& arguments);
 
+// kiv gallery FOLDER... -o OUTPUT [-j N] [--force]
+struct GalleryArguments
+{
+    std::vector<std::string> folders;
+    std::string output;
+    unsigned jobs = 0;
+    bool force = false;
+};
+CLI::App* AddGalleryCommand(CLI::App& app, GalleryArguments& arguments);
+// A line for each failed scan on err and the summary on out; 1 when any scan failed.
+int RunGallery(std::ostream& out, std::ostream& err, const GalleryArguments& arguments);
+
 } // namespace Kiv::Tool

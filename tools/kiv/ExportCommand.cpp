@@ -50,7 +50,8 @@ CLI::App* AddExportCommand(CLI::App& app, ExportArguments& arguments)
 {
     CLI::App* command = app.add_subcommand(
         "export",
-        "Write files' data as gsf, npy, tiff, csv or tsv, a png preview, or the header as json");
+        "Write files' data as gsf, npy, tiff, csv or tsv, a png preview, an html page, or the "
+        "header as json");
     command->add_option("FILE", arguments.files, "The data files")->required();
     command->add_option("--to", arguments.format, "Format: " + Kiv::Export::FormatNames())
         ->required();
@@ -61,13 +62,14 @@ CLI::App* AddExportCommand(CLI::App& app, ExportArguments& arguments)
     command->add_option("-j,--jobs", arguments.jobs, "Files exported at once (default: processors)")
         ->check(CLI::PositiveNumber);
     command->add_flag("--force", arguments.force, "Overwrite existing outputs");
-    command->add_option("--colormap", arguments.colormap, "png: gray (default), afmhot, viridis");
+    command->add_option("--colormap", arguments.colormap,
+                        "png, html: gray (default), afmhot, viridis");
     command->add_option("--range", arguments.range,
-                        "png: values at the ends of the colour map, MIN:MAX (default: 1st to "
-                        "99th percentile)");
+                        "png, html: values at the ends of the colour map, MIN:MAX (default: 1st "
+                        "to 99th percentile)");
     AddLevelOptions(*command, arguments.levelling,
-                    "default: plane for png, none for the data formats; force curves and the json "
-                    "header are never levelled");
+                    "default: plane for png and html (a page also holds none and rows), none for "
+                    "the data formats; force curves and the json header are never levelled");
     command->footer("Without -o or -d each output goes beside its input. An output is written "
                     "without a name and named only when complete. A png preview's caption says "
                     "how it was levelled. " +

@@ -31,6 +31,7 @@ struct Arguments
     Kiv::Tool::ExportArguments exports;
     Kiv::Tool::StatsArguments stats;
     Kiv::Tool::ProfileArguments profile;
+    Kiv::Tool::GalleryArguments gallery;
 };
 
 // The subcommands, to tell which one was given.
@@ -46,6 +47,7 @@ struct Subcommands
     CLI::App* exports;
     CLI::App* stats;
     CLI::App* profile;
+    CLI::App* gallery;
 };
 
 void AddFile(CLI::App& command, Arguments& arguments)
@@ -113,6 +115,7 @@ Subcommands DefineCommands(CLI::App& app, Arguments& arguments)
     commands.exports = Kiv::Tool::AddExportCommand(app, arguments.exports);
     commands.stats = Kiv::Tool::AddStatsCommand(app, arguments.stats);
     commands.profile = Kiv::Tool::AddProfileCommand(app, arguments.profile);
+    commands.gallery = Kiv::Tool::AddGalleryCommand(app, arguments.gallery);
     return commands;
 }
 
@@ -156,6 +159,10 @@ int RunCommand(const Subcommands& commands, const Arguments& arguments)
     if (commands.profile->parsed())
     {
         return RunProfile(std::cout, std::cerr, arguments.profile);
+    }
+    if (commands.gallery->parsed())
+    {
+        return RunGallery(std::cout, std::cerr, arguments.gallery);
     }
     return RunSelftest(std::cout, arguments.modules);
 }

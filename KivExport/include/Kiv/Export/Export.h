@@ -11,7 +11,9 @@ namespace Kiv::Export
 {
 
 // The formats an open file can be written to. Images go to every format but tsv; force curves
-// to npy, csv, tsv, png and json. json is the header alone, for either kind of file.
+// to npy, csv, tsv, png, json and html. json is the header alone, for either kind of file; html
+// is a page that stands alone: an image viewer (colour maps, zoom, readout, profiles, three
+// levellings with their height parameters) or an interactive plot of the curves.
 enum class Format
 {
     Gsf,
@@ -21,14 +23,15 @@ enum class Format
     Tsv,
     Png,
     Json,
+    Html,
 };
 
-// The format a user names ("gsf", "npy", "tiff" or "tif", "csv", "tsv", "png", "json"; any
-// case), or nothing for another name.
+// The format a user names ("gsf", "npy", "tiff" or "tif", "csv", "tsv", "png", "json", "html";
+// any case), or nothing for another name.
 std::optional<Format> ParseFormat(const std::string& name);
 // The format's name as ParseFormat takes it.
 std::string FormatName(Format format);
-// The extension of its files: ".gsf", ".npy", ".tif", ".csv", ".tsv", ".png", ".json".
+// The extension of its files: ".gsf", ".npy", ".tif", ".csv", ".tsv", ".png", ".json", ".html".
 std::string FormatExtension(Format format);
 // Every format's name, comma-separated, for help and error texts.
 std::string FormatNames();
@@ -37,7 +40,9 @@ std::string FormatNames();
 // the ends of the colour map (the 1st and 99th percentile of the samples when not given).
 // level is applied to an image before every format but json, with exclusion shaping its fits;
 // when not given, a png preview is plane-levelled (a raw scan's tilt hides everything else) and
-// the data formats keep the samples exact. Force curves are never levelled.
+// the data formats keep the samples exact. An html page holds the image unlevelled, plane- and
+// row-levelled (and levelled by level, when that is another method) and opens showing level, or
+// plane when not given, in colormap over range. Force curves are never levelled.
 struct ExportOptions
 {
     std::string colormap = "gray";

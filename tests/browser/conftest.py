@@ -1,0 +1,47 @@
+"""Pages opened in a real browser: Debian's headless Chromium driven by Selenium. Every page is
+opened from disk (file://), as a user opens a saved page, so nothing reaches the network."""
+import os
+import shutil
+import subprocess
+from pathlib import Path
+
+import pytest
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+
+SAMPLES = Path(os.environ.get("KIV_SAMPLES_DIR", Path(__file__).parents[2] / "samples"))
+IMAGE_SAMPLE = SAMPLES / "topography_128.flt"
+FORCE_SAMPLE = SAMPLES / "force_2x300.flt"
+
+
+def kiv_binary():
+    binary = os.environ.get("KIV_BINARY")
+    if not binary or not os.access(binary, os.X_OK):
+        pytest.fail("KIV_BINARY must name the built kiv")
+    return binary
+
+
+def run_kiv(*arguments, **options):
+    return subprocess.run([kiv_binary(), *map(str, arguments)], capture_output=True, text=True,
+                          timeout=120, **options)
+
+
+@pytest.fixture(scope="session")
+def browser():
+    chromium = shutil.which("chromium") or "/usr/bin/chromium"
+    driver_path = shutil.which("chromedriver") or "/usr/bin/chromedriver"
+    options = webdriver.ChromeOptions()
+    options.binary_location = chromium
+    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu",
+                     "--disable-dev-shm-usage", "--window-size=1280,1000",
+                     "--force-device-scale-factor=1", "--allow-file-access-from-files"):
+        options.add_argument(argument)
+    # The console's errors are read back by the tests.
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+    driver = webdriver.Chrome(service=Service(driver_path), options=options)
+    yield driver
+    driver.quit()
+
+
+def console_errors(driver):
+    return [entry for entry in driver.get_log("browser") if entry["level"] == "SEVERE"]
