@@ -1,28 +1,14 @@
 """Runs the built kiv (KIV_BINARY) and reads the samples straight from their bytes, so that every
 export is compared with values that did not pass through kiv's own reader."""
-import os
 import re
-import subprocess
+import sys
 from pathlib import Path
 
 import numpy as np
 import pytest
 
-SAMPLES = Path(os.environ.get("KIV_SAMPLES_DIR", Path(__file__).parents[2] / "samples"))
-IMAGE_SAMPLE = SAMPLES / "topography_128.flt"
-FORCE_SAMPLE = SAMPLES / "force_2x300.flt"
-
-
-def kiv_binary():
-    binary = os.environ.get("KIV_BINARY")
-    if not binary or not os.access(binary, os.X_OK):
-        pytest.fail("KIV_BINARY must name the built kiv")
-    return binary
-
-
-def run_kiv(*arguments, **options):
-    return subprocess.run([kiv_binary(), *map(str, arguments)], capture_output=True, text=True,
-                          timeout=60, **options)
+sys.path.insert(0, str(Path(__file__).parents[1] / "common"))
+from kiv_command import FORCE_SAMPLE, IMAGE_SAMPLE, SAMPLES, kiv_binary, run_kiv  # noqa: E402,F401
 
 
 def export(source, fmt, output, *extra):
