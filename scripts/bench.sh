@@ -5,7 +5,8 @@
 # KIV_BENCH_ARGS=--benchmark_filter=Force. KIV_BENCH_ROUNDS sets the rounds of the whole-process
 # comparisons (default 5). Exits non-zero when a benchmark fails or the peak memory of an open
 # exceeds its limit; a missed speed target is only reported. The large files (about 3 GiB of
-# which 2 GiB are a hole) go to a temporary folder under TMPDIR and are removed afterwards.
+# which 2 GiB are a hole) go to a temporary folder under TMPDIR and are removed afterwards. The
+# pages section opens a page in Debian's headless Chromium through python3-selenium.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 build_dir="${1:-$root/build}"
@@ -201,4 +202,49 @@ echo
 echo "== Python module: image read and batch conversion =="
 PYTHONPATH="$build_dir/python" /usr/bin/python3 "$root/bench/python_bench.py" || status=1
 # ---- end of the Python module section ----
+
+# ---- pages: kiv export --to html and kiv gallery ----
+echo
+echo "== pages: kiv export --to html in headless Chromium, kiv gallery against kiv export =="
+pages="$work/pages"
+mkdir -p "$pages"
+"$anchor" image "$pages/scan-512.flt" 512 512
+"$kiv" export "$pages/scan-512.flt" --to html -o "$pages/scan-512.html" >/dev/null
+page_bytes=$(stat -c %s "$pages/scan-512.html")
+# The page carries the float32 samples of each of its three levellings (none, plane, rows) and
+# a viewer of at most 200 kB; the bound allows for base64's 4/3 and a little more.
+samples_bytes=$((512 * 512 * 4))
+page_bound=$(awk -v s="$samples_bytes" 'BEGIN { printf "%.0f", 1.5 * (s * 3 + 200000) }')
+echo "  512 x 512 image as html: $page_bytes bytes; bound 1.5 x ($samples_bytes bytes of" \
+     "samples x 3 levellings + 200 kB) = $page_bound bytes"
+verdict "kiv export --to html 512 x 512, page size" \
+    "$(awk -v b="$page_bytes" 'BEGIN { print b / 1e6 }')" "<=" \
+    "$(awk -v b="$page_bound" 'BEGIN { print b / 1e6 }')" MB
+if ready=$("$python" "$root/bench/page_bench.py" "$pages/scan-512.html" 5); then
+    echo "  headless Chromium, navigation start to data-ready: median $(field 1 "$ready") ms" \
+         "of 5 loads (fastest $(field 2 "$ready") ms, slowest $(field 3 "$ready") ms)"
+    verdict "html page 512 x 512, time to ready (median of 5 loads)" \
+        "$(field 1 "$ready")" "<=" 1000 ms
+else
+    status=1
+fi
+
+gallery_files=1000
+mkdir -p "$pages/scans"
+"$build_dir/bin/kiv_bench_export_files" "$pages/scans" small "$gallery_files"
+sync
+if gallery=$("$python" "$root/bench/gallery_bench.py" "$rounds" "$kiv" "$pages/scans" \
+        "$pages"); then
+    echo "  $gallery_files scans of 256 x 256: kiv export --to png -j 2 $(field 1 "$gallery") s;" \
+         "kiv gallery -j 2 $(field 2 "$gallery") s; rerun with nothing changed" \
+         "$(field 3 "$gallery") s (medians of $rounds rounds)"
+    verdict "kiv gallery -j 2, $gallery_files scans / kiv export --to png" \
+        "$(field 4 "$gallery")" "<=" 2 x
+    verdict "kiv gallery rerun, nothing changed / kiv export --to png" \
+        "$(field 5 "$gallery")" "<=" 0.1 x
+else
+    status=1
+fi
+rm -rf "$pages"
+# ---- end of the pages section ----
 exit "$status"

@@ -34,6 +34,17 @@ py::object SaveReportToPython(const Kiv::Edit::SaveReport& report);
 // kiv.File and kiv.open.
 void BindFile(py::module_& module);
 
+// What a notebook shows of a file. Both run without Python and so without the GIL.
+// Whether the file has an image or force curves, which the png preview shows.
+bool HasPreview(Kiv::DataCore::DataFile& file);
+// The png preview exactly as File.export(path, "png") writes it, made in a private temporary
+// folder that is removed however the export ends.
+std::string PreviewPng(Kiv::DataCore::DataFile& file, const std::string& path);
+// An HTML fragment (UTF-8, every header text escaped): the preview inline, the scan size,
+// resolution and plane-levelled Sa and Sq of an image or the series and points of force curves,
+// and the first header sections.
+std::string SummaryHtml(Kiv::DataCore::DataFile& file, const std::string& path);
+
 // kiv.level, kiv.stats and kiv.Profile.
 void BindAnalysis(py::module_& module);
 // Adds the figures to a stats dict under the names kiv.stats documents; the hybrid ones, the

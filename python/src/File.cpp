@@ -282,6 +282,39 @@ public:
         return ProfileToPython(profile);
     }
 
+    // Jupyter shows a file by these. A closed file, or one with nothing to draw, falls back to
+    // the plain repr.
+    py::object ReprPng()
+    {
+        // A reference of our own: another thread may close the file while the GIL is free.
+        const auto file = m_File;
+        if (!file || !HasPreview(*file))
+        {
+            return py::none();
+        }
+        std::string png;
+        {
+            py::gil_scoped_release released;
+            png = PreviewPng(*file, m_Path);
+        }
+        return py::bytes(png);
+    }
+
+    py::object ReprHtml()
+    {
+        const auto file = m_File;
+        if (!file)
+        {
+            return py::none();
+        }
+        std::string html;
+        {
+            py::gil_scoped_release released;
+            html = SummaryHtml(*file, m_Path);
+        }
+        return py::str(html);
+    }
+
     void Close() { m_File.reset(); }
 
 private:
@@ -401,14 +434,19 @@ void BindFile(py::module_& module)
         .def("export", &File::Export, py::arg("path"), py::arg("format"),
              py::arg("colormap") = "gray", py::arg("range") = py::none(),
              py::arg("overwrite") = false, py::arg("level") = py::none(),
-             "Writes the data to path as format: gsf, npy, tiff, csv, tsv or png, or the\n"
-             "header as json.\n"
+             "Writes the data to path as format: gsf, npy, tiff, csv, tsv or png, the header "
+             "as json,\nor html: a page that stands alone, as kiv export --to html writes it "
+             "(an image viewer with\nthe unlevelled, plane- and row-levelled surface, or a "
+             "plot of the force curves).\n"
              "colormap ('gray', 'afmhot', 'viridis') and range ((min, max)) shape a png "
-             "preview;\nan existing path is kept unless overwrite.\n"
+             "preview and the\nhtml page's first view; an existing path is kept unless "
+             "overwrite.\n"
              "level (the methods of kiv.level) levels an image before it is written; by "
              "default a png\npreview is plane-levelled and the other formats keep the samples "
-             "as they are.\n"
+             "as they are. An html page\nholds the image unlevelled, plane- and row-levelled "
+             "(and by level, when another) and\nopens showing level, or plane.\n"
              ">>> f.export('flat.gsf', 'gsf', level='rows:mediandiff+plane')\n"
+             ">>> f.export('scan.html', 'html')\n"
              ">>> f.export('scan.npy', 'npy')")
         .def("stats", &File::Stats, py::arg("level") = "plane",
              py::arg("exclude_above") = py::none(), py::arg("exclude_below") = py::none(),
@@ -436,6 +474,13 @@ void BindFile(py::module_& module)
              "otherwise. level (as in kiv.level) levels the image first.\n"
              ">>> distance, height = f.profile(row=64, level='plane')\n"
              ">>> f.profile(start=(0, 0), end=(5e-6, 5e-6), metres=True).height")
+        .def("_repr_png_", &File::ReprPng,
+             "The png preview as bytes, exactly what export(path, 'png') writes: the image "
+             "plane-levelled,\nor the force curves' plot. Jupyter shows a file by it.")
+        .def("_repr_html_", &File::ReprHtml,
+             "An HTML fragment for Jupyter: the png preview inline, the scan size, resolution "
+             "and plane-levelled\nSa and Sq of an image (the series and points of force "
+             "curves) and the first header sections.")
         .def("close", &File::Close, "Releases the file; arrays taken before stay valid.")
         .def("__enter__", [](py::object self) { return self; })
         .def("__exit__", [](File& file, py::args) { file.Close(); })

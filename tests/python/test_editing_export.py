@@ -1,5 +1,7 @@
 """Editing through the safe save, and exports read back by numpy, not by our own reader."""
+import base64
 import json
+import re
 import shutil
 import subprocess
 
@@ -129,6 +131,23 @@ def test_exports_read_back_by_numpy(tmp_path, image_path, force_path):
     exported = numpy.load(tmp_path / "force.npy")
     assert exported.dtype == numpy.float32
     numpy.testing.assert_array_equal(exported, force_file.curves)
+
+
+def test_the_html_export_carries_each_levellings_samples(tmp_path, image_path):
+    f = kiv.open(image_path)
+    f.export(str(tmp_path / "scan.html"), "HTML")
+    page = (tmp_path / "scan.html").read_text(encoding="utf-8")
+    data = json.loads(re.search(r'<script type="application/json" id="page-data">(.*?)</script>',
+                                page, re.S).group(1))
+    blocks = dict(re.findall(r'<script type="application/octet-stream" id="samples-(\d+)">'
+                             r'([A-Za-z0-9+/]*=*)</script>', page))
+    methods = [levelling["method"] for levelling in data["image"]["levellings"]]
+    assert sorted(blocks) == [str(i) for i in range(len(methods))]
+    assert {"none", "plane"} <= set(methods)
+    for index, method in enumerate(methods):
+        samples = numpy.frombuffer(base64.b64decode(blocks[str(index)], validate=True), "<f4")
+        expected = f.image if method == "none" else kiv.level(f.image, method)
+        numpy.testing.assert_array_equal(samples.reshape(f.image.shape), expected)
 
 
 def plain(value):
