@@ -83,7 +83,14 @@ Bracket MedianBracket(const Surface& surface, const Usable& usable)
     const ImageView& image = surface.image;
     const double wanted =
         std::max(FEWEST_SAMPLES, std::cbrt(std::pow(2.0 * static_cast<double>(image.Count()), 2)));
-    const auto runs = std::max<std::size_t>(1, static_cast<std::size_t>(wanted) / RUN_LENGTH);
+    if (image.Count() == 0)
+    {
+        return {};
+    }
+    // A small image is sampled whole: its runs cannot outnumber what it holds.
+    const std::size_t runs =
+        std::clamp<std::size_t>(static_cast<std::size_t>(wanted) / RUN_LENGTH, 1,
+                                (image.Count() + RUN_LENGTH - 1) / RUN_LENGTH);
     const std::size_t spacing = std::max<std::size_t>(1, image.Count() / runs);
     std::vector<double> sample;
     sample.reserve(runs * RUN_LENGTH);
