@@ -156,7 +156,7 @@ KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, int
 // One loop for both measures; the deviations cost a third of it and are summed only when asked.
 // The samples inside the bracket go to a buffer with room for the whole row rather than to a
 // growing list: with no call in the loop, its running sums stay in registers.
-template <bool WITH_DEVIATIONS, bool WITH_BRACKET, class Source>
+template <bool WITH_DEVIATIONS, bool WITH_BRACKET, bool FROM_ZERO, class Source>
 KIV_INLINE RowExtent Measure(const Source& z, std::size_t count, double low, double high,
                              double shift, double* kept, DeviationSums& deviations)
 {
@@ -188,7 +188,8 @@ KIV_INLINE RowExtent Measure(const Source& z, std::size_t count, double low, dou
         }
         if (WITH_DEVIATIONS)
         {
-            const Lanes d = v - shifts;
+            // From zero, as a fit with a constant term leaves them, d is the value itself.
+            const Lanes d = FROM_ZERO ? v : v - shifts;
             const Lanes d2 = d * d;
             absolute += Magnitude(d);
             squares += d2;
@@ -215,7 +216,7 @@ KIV_INLINE RowExtent Measure(const Source& z, std::size_t count, double low, dou
         notBelow[lane] += v >= low;
         if (WITH_DEVIATIONS)
         {
-            const double d = v - shift;
+            const double d = FROM_ZERO ? v : v - shift;
             absolute[lane] += std::fabs(d);
             squares[lane] += d * d;
             cubes[lane] += d * d * d;
@@ -318,9 +319,10 @@ RowExtent MeasureRow(const SurfaceRow& row, std::size_t count, double low, doubl
     DeviationSums unused;
     if (row.samples)
     {
-        return Measure<false, true>(Linear(row), count, low, high, 0.0, inside, unused);
+        return Measure<false, true, false>(Linear(row), count, low, high, 0.0, inside, unused);
     }
-    return Measure<false, true>(StoredValues{row.values}, count, low, high, 0.0, inside, unused);
+    return Measure<false, true, false>(StoredValues{row.values}, count, low, high, 0.0, inside,
+                                       unused);
 }
 
 KIV_WIDE_VECTORS
@@ -329,10 +331,13 @@ RowExtent MeasureRowAndDeviations(const SurfaceRow& row, std::size_t count, doub
 {
     if (row.samples)
     {
-        return Measure<true, true>(Linear(row), count, low, high, shift, inside, deviations);
+        return shift == 0.0 ? Measure<true, true, true>(Linear(row), count, low, high, shift,
+                                                        inside, deviations)
+                            : Measure<true, true, false>(Linear(row), count, low, high, shift,
+                                                         inside, deviations);
     }
-    return Measure<true, true>(StoredValues{row.values}, count, low, high, shift, inside,
-                               deviations);
+    return Measure<true, true, false>(StoredValues{row.values}, count, low, high, shift, inside,
+                                      deviations);
 }
 
 KIV_WIDE_VECTORS
@@ -342,10 +347,11 @@ RowExtent MeasureRowWithoutBracket(const SurfaceRow& row, std::size_t count, dou
     const double none = std::numeric_limits<double>::infinity();
     if (row.samples)
     {
-        return Measure<true, false>(Linear(row), count, none, -none, shift, nullptr, deviations);
+        return Measure<true, false, false>(Linear(row), count, none, -none, shift, nullptr,
+                                           deviations);
     }
-    return Measure<true, false>(StoredValues{row.values}, count, none, -none, shift, nullptr,
-                                deviations);
+    return Measure<true, false, false>(StoredValues{row.values}, count, none, -none, shift, nullptr,
+                                       deviations);
 }
 
 KIV_WIDE_VECTORS
