@@ -575,6 +575,15 @@ HeightParameters Figures(const Surface& surface, const Usable& usable,
 }
 } // namespace
 
+std::vector<NamedFigure> NamedFigures(const HeightParameters& p)
+{
+    return {{"mean", p.mean, false},   {"median", p.median, false}, {"min", p.minimum, false},
+            {"max", p.maximum, false}, {"Sa", p.Sa, false},         {"Sq", p.Sq, false},
+            {"Ssk", p.Ssk, false},     {"Sku", p.Sku, false},       {"Sp", p.Sp, false},
+            {"Sv", p.Sv, false},       {"Sz", p.Sz, false},         {"Sdq", p.Sdq, true},
+            {"Sdr", p.Sdr, true},      {"area", p.area, true}};
+}
+
 HeightParameters ComputeHeightParameters(const ImageView& image, PixelMask mask,
                                          const std::optional<Lateral>& lateral)
 {

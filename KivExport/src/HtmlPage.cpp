@@ -116,13 +116,14 @@ void OptionalString(JsonStream& json, const std::optional<std::string>& text)
 void Figures(JsonStream& json, const Kiv::Analysis::HeightParameters& p)
 {
     json.Raw("{\"count\":").Unsigned(p.count).Raw(",\"excluded\":").Unsigned(p.excluded);
-    const std::pair<const char*, double> figures[] = {
-        {"mean", p.mean}, {"median", p.median}, {"min", p.minimum}, {"max", p.maximum},
-        {"Sa", p.Sa},     {"Sq", p.Sq},         {"Ssk", p.Ssk},     {"Sku", p.Sku},
-        {"Sp", p.Sp},     {"Sv", p.Sv},         {"Sz", p.Sz}};
-    for (const auto& [name, value] : figures)
+    // The page shows the height figures; it knows no height unit to give the hybrid ones.
+    for (const auto& figure : Kiv::Analysis::NamedFigures(p))
     {
-        json.Raw(",\"").Raw(name).Raw("\":").Number(value);
+        if (figure.hybrid)
+        {
+            continue;
+        }
+        json.Raw(",\"").Raw(figure.name).Raw("\":").Number(*figure.value);
     }
     json.Raw('}');
 }

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <vector>
 
+#include "Kiv/Core/XMLWriter.h"
+
 namespace Kiv::Export
 {
 
@@ -22,32 +24,8 @@ bool HostIsLittleEndian()
 
 std::string EscapeHtml(std::string_view text)
 {
-    std::string escaped;
-    escaped.reserve(text.size());
-    for (const char c : text)
-    {
-        switch (c)
-        {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        case '\'':
-            escaped += "&#39;";
-            break;
-        default:
-            escaped += c;
-        }
-    }
-    return escaped;
+    // XML's escapes of an attribute value are HTML's too, and serve for element content.
+    return Kiv::Core::XMLWriter::EscapeAttribute(std::string(text));
 }
 
 std::string JsonForScript(std::string_view json)

@@ -189,20 +189,10 @@ void AddFiguresToPython(py::dict& into, const HeightParameters& parameters,
 {
     into["count"] = parameters.count;
     into["excluded"] = parameters.excluded;
-    into["mean"] = parameters.mean;
-    into["median"] = parameters.median;
-    into["min"] = parameters.minimum;
-    into["max"] = parameters.maximum;
-    into["Sa"] = parameters.Sa;
-    into["Sq"] = parameters.Sq;
-    into["Ssk"] = parameters.Ssk;
-    into["Sku"] = parameters.Sku;
-    into["Sp"] = parameters.Sp;
-    into["Sv"] = parameters.Sv;
-    into["Sz"] = parameters.Sz;
-    into["Sdq"] = Optional(parameters.Sdq);
-    into["Sdr"] = Optional(parameters.Sdr);
-    into["area"] = Optional(parameters.area);
+    for (const auto& figure : NamedFigures(parameters))
+    {
+        into[figure.name] = Optional(figure.value);
+    }
     into["z_unit"] = zUnit ? py::object(py::str(Access::ToDisplayText(*zUnit))) : py::none();
     into["pixel_size"] =
         pixelSize ? py::object(py::make_tuple(pixelSize->x, pixelSize->y)) : py::object(py::none());

@@ -50,20 +50,10 @@ void WriteJsonLine(std::ostream& out, const std::string& path, const SurfaceFigu
     line["level"] = figures.level;
     line["count"] = p.count;
     line["excluded"] = p.excluded;
-    line["mean"] = JsonFigure(p.mean);
-    line["median"] = JsonFigure(p.median);
-    line["min"] = JsonFigure(p.minimum);
-    line["max"] = JsonFigure(p.maximum);
-    line["Sa"] = JsonFigure(p.Sa);
-    line["Sq"] = JsonFigure(p.Sq);
-    line["Ssk"] = JsonFigure(p.Ssk);
-    line["Sku"] = JsonFigure(p.Sku);
-    line["Sp"] = JsonFigure(p.Sp);
-    line["Sv"] = JsonFigure(p.Sv);
-    line["Sz"] = JsonFigure(p.Sz);
-    line["Sdq"] = JsonFigure(p.Sdq);
-    line["Sdr"] = JsonFigure(p.Sdr);
-    line["area"] = JsonFigure(p.area);
+    for (const auto& figure : Kiv::Analysis::NamedFigures(p))
+    {
+        line[figure.name] = JsonFigure(figure.value);
+    }
     line["z_unit"] = figures.zUnit ? Json(*figures.zUnit) : Json(nullptr);
     line["pixel_size"] = figures.pixelSize
                              ? Json::array({figures.pixelSize->x, figures.pixelSize->y})

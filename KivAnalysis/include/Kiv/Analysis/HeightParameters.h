@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "Kiv/Analysis/ImageView.h"
 #include "Kiv/Analysis/Levelling.h"
@@ -48,6 +49,18 @@ struct HeightParameters
     std::optional<double> Sdr;
     std::optional<double> area; // m^2
 };
+
+// The figures under the names every front end gives them, in this order: "mean", "median",
+// "min", "max", "Sa", "Sq", "Ssk", "Sku", "Sp", "Sv", "Sz", then the hybrid "Sdq", "Sdr" and
+// "area", which have no value when unknown. count and excluded are counts and are left to the
+// caller.
+struct NamedFigure
+{
+    const char* name;
+    std::optional<double> value;
+    bool hybrid;
+};
+std::vector<NamedFigure> NamedFigures(const HeightParameters& figures);
 
 // What the hybrid parameters need: the pixel size in metres and the height unit in metres (1e-9
 // for samples in nm).
