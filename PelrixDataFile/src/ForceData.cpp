@@ -23,6 +23,9 @@ using namespace Kiv::DataCore;
 namespace
 {
 constexpr long DEFAULT_FORCE_LINES = 16384;
+// The part of a force line held at most (more for lines of over half a million values): written
+// lines take a dozen bytes a value.
+constexpr std::uint64_t LONGEST_FORCE_LINE_BYTES = std::uint64_t{8} << 20;
 
 // The form force files are written in, "-12.345678" and the like: the digits gathered into one
 // integer and divided once by a power of ten. While the integer is below 2^53 and the power at
@@ -99,20 +102,28 @@ class ForceLineReader
 {
 public:
     // remaining, the bytes left in the file, keeps the block of a small file small.
+    // longestLine, the most of one line that is held: a longer line comes cut there.
     ForceLineReader(Kiv::Core::BinaryInputStream& input, std::int64_t start,
-                    std::uint64_t remaining, std::string fileName)
+                    std::uint64_t remaining, std::size_t longestLine, std::string fileName)
         : m_Input(input), m_Position(start), m_FileName(std::move(fileName)),
           m_Size(static_cast<std::size_t>(
               std::clamp<std::uint64_t>(remaining + 1, MIN_BLOCK_BYTES, BLOCK_BYTES))),
+          m_LongestLine(std::max(longestLine, m_Size)),
           // Left uninitialised: every byte is read into before it is looked at.
           m_Block(new char[m_Size])
     {
     }
 
-    // The next line; false when the input ended with nothing left. The view lasts until the
-    // next call.
-    bool Next(std::string_view& line)
+    // The next line; false when the input ended with nothing left. A line longer than the
+    // reader holds comes as its first part with cut set, and the rest of it is passed over
+    // without being held. The view lasts until the next call.
+    bool Next(std::string_view& line, bool& cut)
     {
+        cut = false;
+        if (m_PassOverRest)
+        {
+            PassOverRestOfLine();
+        }
         for (;;)
         {
             const char* const begin = m_Block.get() + m_Next;
@@ -135,12 +146,28 @@ public:
                 line = WithoutCarriageReturns(begin, length);
                 return length > 0;
             }
+            if (m_End - m_Next == m_Size && m_Size >= m_LongestLine)
+            {
+                m_Position += static_cast<std::int64_t>(m_Size);
+                m_Next = m_End;
+                m_PassOverRest = true;
+                cut = true;
+                line = WithoutCarriageReturns(begin, m_Size);
+                return true;
+            }
             Refill();
         }
     }
 
-    // The file position just after the last line handed out.
-    std::int64_t Position() const { return m_Position; }
+    // The file position just after the last line handed out, the whole of a cut one included.
+    std::int64_t EndOfLastLine()
+    {
+        if (m_PassOverRest)
+        {
+            PassOverRestOfLine();
+        }
+        return m_Position;
+    }
 
 private:
     // Small enough to stay in the cache while its lines are parsed.
@@ -168,6 +195,27 @@ private:
         return m_Scratch;
     }
 
+    // Reads on to just after the line feed that ends the line handed out cut.
+    void PassOverRestOfLine()
+    {
+        m_PassOverRest = false;
+        for (;;)
+        {
+            const char* const begin = m_Block.get() + m_Next;
+            const auto* const feed =
+                static_cast<const char*>(std::memchr(begin, '\n', m_End - m_Next));
+            const std::size_t length =
+                feed ? static_cast<std::size_t>(feed - begin) + 1 : m_End - m_Next;
+            m_Next += length;
+            m_Position += static_cast<std::int64_t>(length);
+            if (feed != nullptr || m_Ended)
+            {
+                return;
+            }
+            Refill();
+        }
+    }
+
     // Keeps the unfinished line at the front and reads behind it; a line longer than the block
     // grows it, within what an open may allocate.
     void Refill()
@@ -175,11 +223,12 @@ private:
         const std::size_t kept = m_End - m_Next;
         if (kept == m_Size)
         {
-            Kiv::Core::CheckAllocation(2 * m_Size, "a text line of " + m_FileName);
-            std::unique_ptr<char[]> larger(new char[2 * m_Size]);
-            std::memcpy(larger.get(), m_Block.get() + m_Next, kept);
-            m_Block = std::move(larger);
-            m_Size *= 2;
+            const std::size_t larger = std::min(2 * m_Size, m_LongestLine);
+            Kiv::Core::CheckAllocation(larger, "a text line of " + m_FileName);
+            std::unique_ptr<char[]> block(new char[larger]);
+            std::memcpy(block.get(), m_Block.get() + m_Next, kept);
+            m_Block = std::move(block);
+            m_Size = larger;
         }
         else
         {
@@ -196,11 +245,13 @@ private:
     std::int64_t m_Position;
     std::string m_FileName;
     std::size_t m_Size;
+    std::size_t m_LongestLine;
     std::unique_ptr<char[]> m_Block;
     std::string m_Scratch;
     std::size_t m_Next = 0;
     std::size_t m_End = 0;
     bool m_Ended = false;
+    bool m_PassOverRest = false;
 };
 
 } // namespace
@@ -244,11 +295,19 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
     curves.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(
         lines < 0 ? 0 : static_cast<std::uint64_t>(lines),
         std::min<std::uint64_t>((remaining + 1) / 2, DEFAULT_FORCE_LINES))));
-    ForceLineReader reader(*m_InputStream, m_DataStartPos, remaining, GetFileName());
+    // A line is held up to a length no written line of this width comes near, so that a file
+    // of one endless line costs no more than this; values beyond the kept ones are passed over.
+    const std::uint64_t longestLine =
+        std::max<std::uint64_t>(LONGEST_FORCE_LINE_BYTES, 16 * columns);
+    ForceLineReader reader(*m_InputStream, m_DataStartPos, remaining,
+                           static_cast<std::size_t>(std::min<std::uint64_t>(
+                               longestLine, std::numeric_limits<std::size_t>::max() / 4)),
+                           GetFileName());
     std::string_view line;
+    bool cut = false;
     for (long taken = 0; taken < lines; ++taken)
     {
-        if (!reader.Next(line) || line.empty())
+        if (!reader.Next(line, cut) || line.empty())
         {
             break;
         }
@@ -261,12 +320,18 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
         const char* rest = line.data();
         const char* const end = rest + line.size();
         bool complete = true;
+        bool tooLong = false;
         bool moreValues = false;
         for (std::uint64_t j = 0; j < columns; ++j)
         {
             const char* tab = static_cast<const char*>(std::memchr(rest, '\t', end - rest));
             const char* tokenEnd = tab ? tab : end;
-            if (tokenEnd == rest)
+            if (cut && tab == nullptr)
+            {
+                // The value goes on past what is held of the line.
+                tooLong = true;
+            }
+            if (tokenEnd == rest || tooLong)
             {
                 complete = false;
                 break;
@@ -283,10 +348,13 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
         if (!complete)
         {
             NoteUnkeptContent("force data line " + std::to_string(taken + 1) +
-                              " has an empty value; it and what follows are not kept");
+                              (tooLong ? " is longer than " + std::to_string(line.size()) +
+                                             " bytes before its last kept value"
+                                       : std::string(" has an empty value")) +
+                              "; it and what follows are not kept");
             break;
         }
-        if (moreValues && rest < end)
+        if (moreValues && (rest < end || cut))
         {
             NoteUnkeptContent("force data line " + std::to_string(taken + 1) + " holds more than " +
                               std::to_string(columns) + " values; the rest are not kept");
@@ -294,13 +362,13 @@ void PelrixDataFile::ProcessForceData(long seriesCount, long pointCount)
         curves.push_back(std::move(values));
     }
     if (pointCount > 0 && curves.size() < static_cast<std::uint64_t>(pointCount) &&
-        static_cast<std::uint64_t>(reader.Position()) >= m_FileSize)
+        static_cast<std::uint64_t>(reader.EndOfLastLine()) >= m_FileSize)
     {
         const double missingLines = static_cast<double>(pointCount) - curves.size();
         PublishShortData("force data", 0, missingLines * static_cast<double>(columns),
                          missingLines);
     }
-    NoteBytesAfter(reader.Position(), "after the force data");
+    NoteBytesAfter(reader.EndOfLastLine(), "after the force data");
     m_CurrentSection = GetSubData({Names::DATA_SECTION}, true);
     m_CurrentSection->Put(Names::RAW_DATA, std::move(curves));
 }

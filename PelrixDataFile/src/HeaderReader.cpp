@@ -20,6 +20,10 @@ namespace
 // slot, the container's entry and index, the type map.
 constexpr std::uint64_t VALUE_OVERHEAD_BYTES = 256;
 constexpr std::uint64_t SECTION_OVERHEAD_BYTES = 1024;
+// The longest header line read: written headers hold lines of a few dozen bytes, and a file
+// whose "header" runs into megabytes without a line feed (samples, say, when the "[Data]" line
+// is missing) must not be held whole in memory.
+constexpr std::size_t LONGEST_HEADER_LINE_BYTES = std::size_t{8} << 20;
 
 // Whole numbers as C's atoi/atol read them: leading white space, an optional sign, digits,
 // anything after ignored.
@@ -138,9 +142,15 @@ bool PelrixDataFile::ReadLine(std::string& line)
         }
         if (byte != '\r')
         {
+            if (line.size() == LONGEST_HEADER_LINE_BYTES)
+            {
+                DataFileError(GetFileName() + ": header line " +
+                              std::to_string(m_HeaderLineNumber + 1) + " is longer than " +
+                              std::to_string(LONGEST_HEADER_LINE_BYTES >> 20) + " MiB")
+                    .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
+            }
             if (line.size() == line.capacity())
             {
-                // A file without line feeds must not grow one line past what an open may take.
                 Kiv::Core::CheckAllocation(2 * line.capacity() + 1,
                                            "a text line of " + GetFileName());
             }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "FirstLinesSearch.h"
 #include "Kiv/Core/ScopedDescriptor.h"
 #include "PelrixIdentity.h"
 
@@ -22,23 +23,6 @@ const std::uint16_t PelrixDataFile::VERSION = 1;
 
 namespace
 {
-// Up to size bytes; 0 at the end of the file, or when it cannot be read.
-std::size_t ReadSome(int descriptor, char* into, std::size_t size)
-{
-    for (;;)
-    {
-        const ssize_t got = ::read(descriptor, into, size);
-        if (got >= 0)
-        {
-            return static_cast<std::size_t>(got);
-        }
-        if (errno != EINTR)
-        {
-            return 0;
-        }
-    }
-}
-
 BinaryFileStream::EMode StreamModeFor(int access)
 {
     switch (access)
@@ -157,20 +141,12 @@ void PelrixDataFile::ReadFileContents()
 
 void PelrixDataFile::PeekToDetermineFileType()
 {
-    std::string line;
-    for (int count = 0; count < 10; ++count)
+    // The lines as the header reader would see them, without holding any of them: a short
+    // header followed by samples without a line feed is one "line" as long as the file.
+    FirstLinesSearch search({Names::FORCE_SECTION}, 10, true);
+    if (SearchFile(m_FileStream.GetDescriptor(), search) && search.Found())
     {
-        line.clear();
-        const bool more = ReadLine(line);
-        if (line.find(Names::FORCE_SECTION) != std::string::npos)
-        {
-            m_FileSubType = Names::FORCE;
-            break;
-        }
-        if (!more)
-        {
-            break;
-        }
+        m_FileSubType = Names::FORCE;
     }
     if (m_FileSubType.empty())
     {
@@ -195,51 +171,8 @@ bool PelrixDataFile::IsPelrixFile(const std::string& fileName)
     {
         return false;
     }
-    // The markers hold no line feed, so "one of the first 100 lines contains a marker" is "a
-    // marker occurs before the end of line 100". Scanning in blocks keeps memory bounded
-    // whatever the file holds.
-    static const char* const markers[] = {"[Data Version]", "[Data Parameters]", "[Data]"};
-    const std::size_t overlap = std::strlen("[Data Parameters]") - 1;
-    std::string window;
-    // Every file a batch opens is checked here, and its first lines nearly always name a
-    // marker: a small first block keeps that cheap, larger ones follow for the rare rest.
-    std::vector<char> block(4096);
-    int lines = 0;
-    // A header's first hundred lines are a few kilobytes; a file that holds no line feed in
-    // its first 64 MiB is not a Pelrix file.
-    std::uint64_t scanned = 0;
-    const std::uint64_t scanLimit = std::uint64_t(64) << 20;
-    while (lines < 100 && scanned < scanLimit)
-    {
-        std::size_t got = ReadSome(file.Get(), block.data(), block.size());
-        if (got == 0)
-        {
-            break;
-        }
-        for (std::size_t i = 0; i < got; ++i)
-        {
-            if (block[i] == '\n' && ++lines == 100)
-            {
-                got = i;
-                break;
-            }
-        }
-        scanned += got;
-        window.append(block.data(), got);
-        for (const char* marker : markers)
-        {
-            if (window.find(marker) != std::string::npos)
-            {
-                return true;
-            }
-        }
-        if (window.size() > overlap)
-        {
-            window.erase(0, window.size() - overlap);
-        }
-        block.resize(std::size_t{1} << 16);
-    }
-    return false;
+    FirstLinesSearch search({"[Data Version]", "[Data Parameters]", "[Data]"}, 100, false);
+    return SearchFile(file.Get(), search) && search.Found();
 }
 
 bool PelrixDataFile::IsOpen() const

@@ -54,6 +54,12 @@ TEST(UnkeptContent, ListsWhatTheWriterWouldDrop)
     paddedAtTheEnd[511] = 'Y';
     // The trailing bytes are scanned in blocks of a MiB and words of eight bytes.
     const std::string pastABlock = std::string((std::size_t{1} << 20) + 3, '\0') + "x";
+    std::string manyValues;
+    while (manyValues.size() < (std::size_t{9} << 20))
+    {
+        manyValues += "-12.345678\t";
+    }
+    manyValues += "\n";
     // Force lines are read in blocks of 256 KiB; a longer line grows the block.
     std::string longLine;
     for (int i = 0; i < 80000; ++i)
@@ -89,6 +95,14 @@ TEST(UnkeptContent, ListsWhatTheWriterWouldDrop)
         {"blank lines after the force data", ForceFile("1", "1", "1\t2\t3\t4\r\n\r\n\r\n"), ""},
         {"more force values than columns", ForceFile("1", "1", "1\t2\t3\t4\t5\n"),
          "force data line 1 holds more than 4 values"},
+        // A line is held up to 8 MiB; what lies beyond is passed over, or not kept when a value
+        // reaches past it.
+        {"more force values than a line holds", ForceFile("1", "1", "1\t2\t3\t4\t" + manyValues),
+         "force data line 1 holds more than 4 values"},
+        {"a force value longer than a line holds",
+         ForceFile("1", "2", "1\t2\t3\t4\n5\t" + std::string(9 << 20, '6') + "\n"),
+         "force data line 2 is longer than 8388608 bytes before its last kept value; it and what "
+         "follows are not kept"},
         {"an incomplete force line", ForceFile("1", "2", "1\t2\t3\t4\n5\t\t7\t8\n"),
          "force data line 2 has an empty value"},
         {"force lines beyond the count", ForceFile("1", "1", "1\t2\t3\t4\n5\t6\t7\t8\n"),

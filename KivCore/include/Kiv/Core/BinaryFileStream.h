@@ -49,6 +49,8 @@ public:
     bool TryOpen(const std::string& fileName, EMode mode, EOpenBehavior behavior,
                  std::string* errorText = nullptr) noexcept;
     bool IsOpen() const { return m_Descriptor >= 0; }
+    // For reads by position (pread) that leave the stream's own position alone; -1 when closed.
+    int GetDescriptor() const { return m_Descriptor; }
     // The name given to the last Open, kept after Close for messages.
     const std::string& GetFileName() const { return m_FileName; }
     std::uint64_t GetSize() const;
