@@ -6,6 +6,10 @@
 //                                                          one section of COUNT keys
 //   kiv_bench_anchor open PATH ROUNDS                      median ms of opening the file through
 //                                                          the host and of the physical floor
+//   kiv_bench_anchor floor PATH ROUNDS                     median ms of the least an image's
+//                                                          figures take: one huge-page read()
+//                                                          of the file and one pass over its
+//                                                          samples (from byte 4096) for them
 //   kiv_bench_anchor surface PATH ROWS COLUMNS             raw little-endian float32 samples of
 //                                                          a tilted, textured, noisy surface
 //   kiv_bench_anchor analysis PATH ROWS COLUMNS ROUNDS     median ms of the surface analysis of
@@ -26,6 +30,7 @@
 
 #include "BaselineIO.h"
 #include "BenchFiles.h"
+#include "Kiv/Access/Statistics.h"
 #include "Kiv/Analysis/HeightParameters.h"
 #include "Kiv/Analysis/Levelling.h"
 #include "Kiv/DataCore/DataFile.h"
@@ -104,6 +109,39 @@ void TimeOpen(const std::string& path, std::uint64_t rounds)
     }
     std::printf("%.3f %.3f %.3f\n", open.Median(), floor.Median(),
                 DurationSamples::MedianOf(ratios));
+}
+
+// What kiv info cannot go below: the samples read once into fresh huge pages and looked at
+// once for minimum, maximum, mean and RMS roughness. Prints the medians of the read, the pass
+// and the two together.
+void TimeFiguresFloor(const std::string& path, std::uint64_t rounds)
+{
+    constexpr std::uint64_t SAMPLES_AT = 4096;
+    std::ifstream probe(path, std::ios::binary | std::ios::ate);
+    const auto size = static_cast<std::uint64_t>(probe.tellg());
+    if (size < SAMPLES_AT)
+    {
+        throw std::runtime_error(path + " is shorter than its header");
+    }
+    ReadIntoHugePages(path, size).reset(); // the page cache, as kiv info sees it
+    DurationSamples read;
+    DurationSamples pass;
+    DurationSamples both;
+    volatile double sink = 0.0;
+    for (std::uint64_t round = 0; round < rounds; ++round)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        auto bytes = ReadIntoHugePages(path, size);
+        const auto readDone = std::chrono::steady_clock::now();
+        const auto figures = Kiv::Access::ComputeStatistics(
+            reinterpret_cast<const float*>(bytes.get() + SAMPLES_AT), (size - SAMPLES_AT) / 4);
+        const auto end = std::chrono::steady_clock::now();
+        sink = sink + figures.rmsRoughness;
+        read.Add(Milliseconds(readDone - start));
+        pass.Add(Milliseconds(end - readDone));
+        both.Add(Milliseconds(end - start));
+    }
+    std::printf("%.3f %.3f %.3f\n", read.Median(), pass.Median(), both.Median());
 }
 
 // A surface as an instrument sees it: a tilt that levelling has to remove, a texture and noise.
@@ -209,7 +247,7 @@ void TimeAnalysis(const std::string& path, std::uint64_t rows, std::uint64_t col
 {
     namespace Analysis = Kiv::Analysis;
     const std::vector<float> samples = ReadSurface(path, rows * columns);
-    const Analysis::ImageView image{samples.data(), rows, columns};
+    const Kiv::Analysis::ImageView image{samples.data(), rows, columns};
     const std::size_t bytes = samples.size() * sizeof(float);
     std::vector<float> copy(samples.size());     // zeroed, so its pages are touched
     std::vector<float> levelled(samples.size()); // likewise
@@ -290,6 +328,10 @@ int main(int argc, char** argv)
         {
             KivBench::TimeOpen(argv[2], KivBench::Number(argv[3]));
         }
+        else if (command == "floor" && argc == 4)
+        {
+            KivBench::TimeFiguresFloor(argv[2], KivBench::Number(argv[3]));
+        }
         else if (command == "surface" && argc == 5)
         {
             KivBench::WriteSurface(argv[2], KivBench::Number(argv[3]), KivBench::Number(argv[4]));
@@ -302,7 +344,8 @@ int main(int argc, char** argv)
         else
         {
             std::fprintf(stderr, "usage: kiv_bench_anchor image PATH WIDTH HEIGHT [HOLE_BYTES] | "
-                                 "keys PATH COUNT | open PATH ROUNDS | surface PATH ROWS COLUMNS | "
+                                 "keys PATH COUNT | open PATH ROUNDS | floor PATH ROUNDS | "
+                                 "surface PATH ROWS COLUMNS | "
                                  "analysis PATH ROWS COLUMNS ROUNDS\n");
             return 2;
         }

@@ -39,9 +39,10 @@ public:
         }
     }
 
-    // buffer holds a row's worth of doubles.
+    // buffer holds a row's worth of doubles. samples, when given, measures the surface's values
+    // too, while the row is in the cache; only for a surface every finite value of which is used.
     void Sum(const Surface& surface, std::size_t r, const Usable& usable, double* buffer,
-             RowSums& sums) const
+             RowSums& sums, SampleSums* samples) const
     {
         const Background& background = surface.background;
         const std::size_t columns = background.Columns();
@@ -49,14 +50,18 @@ public:
         if (usable.IsPlain())
         {
             double moments[MAX_DEGREE + 1];
-            RowMoments(background.KernelRow(surface.image, r, buffer), m_U.data(), columns,
-                       m_Degree, moments);
+            const SurfaceRow row = background.KernelRow(surface.image, r, buffer);
+            RowMoments(row, m_U.data(), columns, m_Degree, moments);
             if (std::all_of(moments, moments + m_Degree + 1,
                             [](double m) { return std::isfinite(m); }))
             {
                 sums.count = columns;
                 std::copy(moments, moments + m_Degree + 1, sums.moments.begin());
                 sums.powers = m_WholeRow;
+                if (samples)
+                {
+                    MeasureWholeRow(row, columns, *samples);
+                }
                 return;
             }
         }
@@ -68,6 +73,10 @@ public:
             if (!usable.Includes(z, firstPixel + c))
             {
                 continue;
+            }
+            if (samples)
+            {
+                MeasureValue(z, *samples);
             }
             ++sums.count;
             double term = z;
@@ -93,6 +102,31 @@ public:
     }
 
 private:
+    static void MeasureWholeRow(const SurfaceRow& row, std::size_t columns, SampleSums& samples)
+    {
+        DeviationSums deviations;
+        const RowExtent extent = MeasureRowWithoutBracket(row, columns, samples.shift, deviations);
+        samples.extent.count += columns;
+        samples.extent.sum += extent.sum;
+        samples.extent.minimum = std::min(samples.extent.minimum, extent.minimum);
+        samples.extent.maximum = std::max(samples.extent.maximum, extent.maximum);
+        AddDeviations(samples.deviations, deviations);
+    }
+
+    static void MeasureValue(double z, SampleSums& samples)
+    {
+        ++samples.extent.count;
+        samples.extent.sum += z;
+        samples.extent.minimum = std::min(samples.extent.minimum, z);
+        samples.extent.maximum = std::max(samples.extent.maximum, z);
+        const double d = z - samples.shift;
+        const double d2 = d * d;
+        samples.deviations.absolute += std::fabs(d);
+        samples.deviations.squares += d2;
+        samples.deviations.cubes += d2 * d;
+        samples.deviations.fourths += d2 * d2;
+    }
+
     void AddPowers(std::array<double, MAX_POWERS>& powers, double u) const
     {
         double term = 1.0;
@@ -108,27 +142,48 @@ private:
     std::array<double, MAX_POWERS> m_WholeRow{};
 };
 
-// Every row's sums, in parallel; rows are independent.
-std::vector<RowSums> SumRows(const Surface& surface, const Usable& usable, int degree)
+// Every row's sums, in parallel; rows are independent. The samples' measures are summed a block
+// at a time and the blocks added in order, so that they do not depend on the threads.
+std::vector<RowSums> SumRows(const Surface& surface, const Usable& usable, int degree,
+                             SampleSums* samples)
 {
     const ImageView& image = surface.image;
     const RowSummer summer(surface.background, degree);
     std::vector<RowSums> sums(image.rows);
     const RowBlocks blocks = MakeRowBlocks(image.rows, image.columns);
+    std::vector<SampleSums> parts(samples ? blocks.Count() : 0);
+    for (auto& part : parts)
+    {
+        part.shift = samples->shift;
+    }
     RunBlocks(blocks, ThreadsFor(image.Count()),
               [&](std::size_t block, unsigned)
               {
                   std::vector<double> row(image.columns);
+                  SampleSums* const part = samples ? &parts[block] : nullptr;
                   for (std::size_t r = blocks.Begin(block); r < blocks.End(block); ++r)
                   {
-                      summer.Sum(surface, r, usable, row.data(), sums[r]);
+                      summer.Sum(surface, r, usable, row.data(), sums[r], part);
                   }
               });
+    for (const auto& part : parts)
+    {
+        samples->extent.count += part.extent.count;
+        samples->extent.sum += part.extent.sum;
+        samples->extent.minimum = std::min(samples->extent.minimum, part.extent.minimum);
+        samples->extent.maximum = std::max(samples->extent.maximum, part.extent.maximum);
+        AddDeviations(samples->deviations, part.deviations);
+    }
+    if (samples)
+    {
+        samples->measured = true;
+    }
     return sums;
 }
 
 // z = sum of a(i,j) u^i v^j over i + j <= N, least squares over the usable pixels.
-void FitPolynomial(const Surface& surface, const Usable& usable, int degree, Background& background)
+void FitPolynomial(const Surface& surface, const Usable& usable, int degree, Background& background,
+                   SampleSums* samples = nullptr)
 {
     std::vector<std::pair<int, int>> terms; // (power of u, power of v)
     for (int total = 0; total <= degree; ++total)
@@ -139,7 +194,7 @@ void FitPolynomial(const Surface& surface, const Usable& usable, int degree, Bac
         }
     }
     const std::size_t n = terms.size();
-    const std::vector<RowSums> rows = SumRows(surface, usable, degree);
+    const std::vector<RowSums> rows = SumRows(surface, usable, degree, samples);
     std::vector<double> g(n * n, 0.0);
     std::vector<double> b(n, 0.0);
     for (std::size_t r = 0; r < rows.size(); ++r)
@@ -184,7 +239,7 @@ void FitPolynomial(const Surface& surface, const Usable& usable, int degree, Bac
 void FitRowPolynomials(const Surface& surface, const Usable& usable, int degree,
                        Background& background)
 {
-    const std::vector<RowSums> rows = SumRows(surface, usable, degree);
+    const std::vector<RowSums> rows = SumRows(surface, usable, degree, nullptr);
     const auto n = static_cast<std::size_t>(degree + 1);
     for (std::size_t r = 0; r < rows.size(); ++r)
     {
@@ -348,7 +403,7 @@ Usable ResolveExclusion(const Surface& surface, const Exclusion& exclusion)
 }
 
 Background FitBackground(const ImageView& image, const LevelMethod& method,
-                         const Exclusion& exclusion)
+                         const Exclusion& exclusion, SampleSums* samples)
 {
     CheckExclusion(exclusion);
     Background background(image.rows, image.columns);
@@ -356,6 +411,14 @@ Background FitBackground(const ImageView& image, const LevelMethod& method,
     {
         const Surface surface{image, background};
         const Usable usable = ResolveExclusion(surface, exclusion);
+        const bool first = &step == &method.Steps().front();
+        if (samples && first && usable.IsPlain() &&
+            (step.kind == StepKind::Plane || step.kind == StepKind::Polynomial))
+        {
+            FitPolynomial(surface, usable, step.kind == StepKind::Plane ? 1 : step.degree,
+                          background, samples);
+            continue;
+        }
         FitStep(step, surface, usable, background);
     }
     return background;

@@ -7,10 +7,21 @@
 namespace Kiv::Analysis::Detail
 {
 
+// The samples as they are, measured in the pass that the first fit makes over them anyway: their
+// extent and the sums of the powers of their deviations from shift (a sample near their mean).
+struct SampleSums
+{
+    double shift = 0.0;
+    bool measured = false; // whether the fit could take them
+    Extent extent;
+    DeviationSums deviations;
+};
+
 // The backgrounds of all steps of method, fitted in turn, each over the pixels the exclusion
-// leaves usable on the surface as the steps before it left it.
+// leaves usable on the surface as the steps before it left it. Given samples, a first step that
+// fits a polynomial to every finite sample also measures them there.
 Background FitBackground(const ImageView& image, const LevelMethod& method,
-                         const Exclusion& exclusion);
+                         const Exclusion& exclusion, SampleSums* samples = nullptr);
 
 // The exclusion's thresholds resolved on the surface as it stands (a percentile becomes a
 // height).

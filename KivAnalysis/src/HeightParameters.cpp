@@ -141,14 +141,6 @@ struct FirstPass
     DeviationSums deviations;
 };
 
-void AddDeviations(DeviationSums& sums, const DeviationSums& more)
-{
-    sums.absolute += more.absolute;
-    sums.squares += more.squares;
-    sums.cubes += more.cubes;
-    sums.fourths += more.fourths;
-}
-
 void AddDeviation(DeviationSums& sums, double d)
 {
     const double d2 = d * d;
@@ -593,11 +585,14 @@ HeightParameters ComputeHeightParameters(const ImageView& image, PixelMask mask,
     return Figures(Surface{image, none}, usable, lateral);
 }
 
-HeightParameters AnalyseSurface(const ImageView& image, const LevelMethod& method,
-                                const Exclusion& exclusion, const std::optional<Lateral>& lateral,
-                                MedianFigure median)
+namespace
 {
-    const Background background = FitBackground(image, method, exclusion);
+
+// The figures of the surface that background leaves, the background fitted by method.
+HeightParameters LevelledFigures(const ImageView& image, const LevelMethod& method,
+                                 const Background& background, const Exclusion& exclusion,
+                                 const std::optional<Lateral>& lateral, MedianFigure median)
+{
     const Surface surface{image, background};
     // Fits with a constant term over every finite sample leave residuals whose mean is zero.
     std::optional<double> knownMean;
@@ -611,6 +606,67 @@ HeightParameters AnalyseSurface(const ImageView& image, const LevelMethod& metho
         }
     }
     return Figures(surface, ResolveExclusion(surface, exclusion), lateral, knownMean, median);
+}
+
+SampleFigures FiguresOf(const SampleSums& samples, std::uint64_t pixels)
+{
+    SampleFigures figures;
+    const Extent& extent = samples.extent;
+    figures.count = extent.count;
+    figures.excluded = pixels - extent.count;
+    if (extent.count == 0)
+    {
+        figures.mean = figures.minimum = figures.maximum = figures.Sq = NaN;
+        return figures;
+    }
+    const auto n = static_cast<double>(extent.count);
+    figures.mean = extent.sum / n;
+    figures.minimum = extent.minimum;
+    figures.maximum = extent.maximum;
+    // The squares summed from the shift, moved to the mean: exact for a shift near the mean,
+    // which the first finite sample of a scan is next to its range.
+    const double delta = figures.mean - samples.shift;
+    figures.Sq = std::sqrt(std::max(0.0, samples.deviations.squares / n - delta * delta));
+    return figures;
+}
+
+double FirstFinite(const ImageView& image)
+{
+    const float* const end = image.samples + image.Count();
+    const float* const found =
+        std::find_if(image.samples, end, [](float value) { return std::isfinite(value); });
+    return found == end ? 0.0 : *found;
+}
+
+} // namespace
+
+HeightParameters AnalyseSurface(const ImageView& image, const LevelMethod& method,
+                                const Exclusion& exclusion, const std::optional<Lateral>& lateral,
+                                MedianFigure median)
+{
+    const Background background = FitBackground(image, method, exclusion);
+    return LevelledFigures(image, method, background, exclusion, lateral, median);
+}
+
+SurfaceSummary SummariseSurface(const ImageView& image, const LevelMethod& method)
+{
+    SampleSums samples;
+    samples.shift = FirstFinite(image);
+    const Background background = FitBackground(image, method, {}, &samples);
+    if (!samples.measured)
+    {
+        // A levelling that does not begin with a fit over every sample: a pass of their own.
+        const Background none(image.rows, image.columns);
+        const FirstPass pass =
+            MeasureSurface(Surface{image, none}, Usable{}, NO_BRACKET, samples.shift);
+        samples.extent = pass.extent;
+        samples.deviations = pass.deviations;
+    }
+    SurfaceSummary summary;
+    summary.asTheyAre = FiguresOf(samples, image.Count());
+    summary.levelled =
+        LevelledFigures(image, method, background, {}, std::nullopt, MedianFigure::Skipped);
+    return summary;
 }
 
 } // namespace Kiv::Analysis

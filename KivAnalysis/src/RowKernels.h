@@ -67,6 +67,14 @@ struct DeviationSums
 };
 DeviationSums RowDeviations(const SurfaceRow& row, std::size_t count, double mean);
 
+inline void AddDeviations(DeviationSums& sums, const DeviationSums& more)
+{
+    sums.absolute += more.absolute;
+    sums.squares += more.squares;
+    sums.cubes += more.cubes;
+    sums.fourths += more.fourths;
+}
+
 // Both at once, the deviations taken from shift.
 RowExtent MeasureRowAndDeviations(const SurfaceRow& row, std::size_t count, double low, double high,
                                   double shift, double* inside, DeviationSums& deviations);

@@ -111,12 +111,13 @@ void FirstLinesSearch::Carry(const char* text, std::size_t size)
 
 bool SearchFile(int descriptor, FirstLinesSearch& search)
 {
-    // Most files answer within their first few kilobytes; the rare long run without a line
-    // feed is read in larger blocks.
+    // Most files answer within their first few kilobytes, and every file a batch opens is
+    // searched twice: the large block is allocated only for the rare long run without a line
+    // feed.
     constexpr std::size_t FIRST_BLOCK = 16384;
     constexpr std::size_t LARGEST_BLOCK = std::size_t{1} << 20;
     std::size_t blockSize = FIRST_BLOCK;
-    std::unique_ptr<char[]> block(new char[LARGEST_BLOCK]);
+    std::unique_ptr<char[]> block(new char[blockSize]);
     off_t position = 0;
     while (!search.Decided())
     {
@@ -134,9 +135,11 @@ bool SearchFile(int descriptor, FirstLinesSearch& search)
             search.End();
             break;
         }
-        search.Feed(block.get(), static_cast<std::size_t>(got));
+        if (search.Feed(block.get(), static_cast<std::size_t>(got)))
+        {
+            break;
+        }
         position += got;
-        blockSize = LARGEST_BLOCK;
         // A hole reads as zeros: skip to the next data, or to the end when none follows.
         const off_t data = ::lseek(descriptor, position, SEEK_DATA);
         if (data > position)
@@ -147,6 +150,11 @@ bool SearchFile(int descriptor, FirstLinesSearch& search)
         else if (data < 0 && errno == ENXIO)
         {
             search.End();
+        }
+        if (!search.Decided() && blockSize < LARGEST_BLOCK)
+        {
+            blockSize = LARGEST_BLOCK;
+            block.reset(new char[blockSize]);
         }
     }
     return true;

@@ -214,4 +214,91 @@ TEST(HeightParameters, HybridFiguresOfAPlaneAreItsSlope)
     EXPECT_FALSE(ComputeHeightParameters(grid.View()).Sdq.has_value());
 }
 
+// A summary takes the samples' own figures in the levelling's first pass where it can and in a
+// pass of their own where it cannot; either way they are the plain figures of the finite samples,
+// and the levelled ones are those of AnalyseSurface to the bit.
+TEST(SurfaceSummary, GivesThePlainAndTheLevelledFiguresOfSeparateCalls)
+{
+    std::mt19937 generator(11);
+    std::normal_distribution<double> noise(0.0, 0.5);
+    const auto tilted = [&](std::size_t rows, std::size_t columns, double base)
+    {
+        return MakeGrid(rows, columns,
+                        [&](double r, double c)
+                        { return base + 0.02 * r - 0.03 * c + noise(generator); });
+    };
+    Grid holes = tilted(301, 257, 5.0);
+    for (std::size_t i = 7; i < holes.samples.size(); i += 997)
+    {
+        holes.samples[i] = (i % 2) ? NaN : -std::numeric_limits<float>::infinity();
+    }
+    const struct
+    {
+        const char* name;
+        Grid grid;
+    } images[] = {
+        {"tilted, in two threads' blocks", tilted(1200, 1001, 5.0)},
+        {"far from zero", tilted(64, 63, 1.0e5)},
+        {"with dropouts", holes},
+        {"one sample", Grid{1, 1, {4.0f}}},
+        {"no finite sample", Grid{2, 2, {NaN, NaN, NaN, NaN}}},
+    };
+    const auto same = [](double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); };
+    for (const auto& image : images)
+    {
+        double sum = 0.0;
+        double minimum = std::numeric_limits<double>::infinity();
+        double maximum = -minimum;
+        std::uint64_t count = 0;
+        for (const float value : image.grid.samples)
+        {
+            if (std::isfinite(value))
+            {
+                sum += value;
+                minimum = std::min<double>(minimum, value);
+                maximum = std::max<double>(maximum, value);
+                ++count;
+            }
+        }
+        const double mean = sum / static_cast<double>(count);
+        double squares = 0.0;
+        for (const float value : image.grid.samples)
+        {
+            squares += std::isfinite(value) ? (value - mean) * (value - mean) : 0.0;
+        }
+        const double sq = std::sqrt(squares / static_cast<double>(count));
+        for (const char* method : {"plane", "poly:2", "rows", "none", "plane+zero:mean"})
+        {
+            const std::string what = std::string(image.name) + ", " + method;
+            const SurfaceSummary summary =
+                SummariseSurface(image.grid.View(), LevelMethod::Parse(method));
+            const SampleFigures& plain = summary.asTheyAre;
+            EXPECT_EQ(plain.count, count) << what;
+            EXPECT_EQ(plain.excluded, image.grid.samples.size() - count) << what;
+            EXPECT_TRUE(same(plain.minimum, count ? minimum : NAN)) << what;
+            EXPECT_TRUE(same(plain.maximum, count ? maximum : NAN)) << what;
+            if (count == 0)
+            {
+                EXPECT_TRUE(std::isnan(plain.mean) && std::isnan(plain.Sq)) << what;
+            }
+            else
+            {
+                EXPECT_NEAR(plain.mean, mean, 1e-12 * std::fabs(mean)) << what;
+                EXPECT_NEAR(plain.Sq, sq, 1e-9 * sq + 1e-12) << what;
+            }
+
+            const HeightParameters levelled =
+                AnalyseSurface(image.grid.View(), LevelMethod::Parse(method), {}, std::nullopt,
+                               MedianFigure::Skipped);
+            for (const auto& [a, b] : {std::pair{summary.levelled.Sa, levelled.Sa},
+                                       {summary.levelled.Sq, levelled.Sq},
+                                       {summary.levelled.mean, levelled.mean},
+                                       {summary.levelled.Sz, levelled.Sz}})
+            {
+                EXPECT_TRUE(same(a, b)) << what << ": " << a << " against " << b;
+            }
+        }
+    }
+}
+
 } // namespace

@@ -3,8 +3,9 @@
 // errors (Kiv::Core::Error) and std::bad_alloc are expected; any other exception, a crash or a
 // sanitizer report is a finding.
 //
-// Build and run with clang's libFuzzer (the libraries need the sanitizers and coverage too),
-// from the repository root:
+// scripts/fuzz.sh builds and runs this target and the save target (see the README). By hand,
+// with clang's libFuzzer (the libraries need the sanitizers and coverage too), from the
+// repository root:
 //
 //   CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo
 //       -DKIV_BUILD_FUZZER=ON -DKIV_SANITIZE=ON -DCMAKE_CXX_FLAGS=-fsanitize=fuzzer-no-link

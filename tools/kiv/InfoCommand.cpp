@@ -6,7 +6,6 @@
 #include "Kiv/Access/FileFacts.h"
 #include "Kiv/Access/Latin1.h"
 #include "Kiv/Access/ShortData.h"
-#include "Kiv/Access/Statistics.h"
 #include "Kiv/Access/ValueView.h"
 #include "Kiv/Analysis/HeightParameters.h"
 
@@ -104,7 +103,13 @@ void WriteImage(std::ostream& out, DataFile& file, const FloatMatrix& image)
 {
     const auto rangeX = FindInSections(file, "ScanRangeX");
     const auto rangeY = FindInSections(file, "ScanRangeY");
-    const SampleStatistics figures = ComputeStatistics(MatrixSamples(image), image.data().size());
+    // The raw figures carry the scan's tilt; the levelled ones are what a microscopist compares.
+    // Both come from the passes of the plane's fit and of its figures; no median is shown, and
+    // skipping it spares its selection.
+    const auto summary =
+        Kiv::Analysis::SummariseSurface({MatrixSamples(image), image.size1(), image.size2()},
+                                        Kiv::Analysis::LevelMethod::Parse("plane"));
+    const auto& figures = summary.asTheyAre;
     out << "Image:\n";
     Line(out, 2, "Resolution",
          std::to_string(image.size2()) + " x " + std::to_string(image.size1()) + " samples");
@@ -114,18 +119,12 @@ void WriteImage(std::ostream& out, DataFile& file, const FloatMatrix& image)
     Line(out, 2, "Minimum", Figure(figures.minimum));
     Line(out, 2, "Maximum", Figure(figures.maximum));
     Line(out, 2, "Mean", Figure(figures.mean));
-    Line(out, 2, "RMS roughness", Figure(figures.rmsRoughness));
-    // The raw figures carry the scan's tilt; the levelled ones are what a microscopist compares.
-    // No median is shown, and skipping it spares its selection.
-    const auto levelled =
-        Kiv::Analysis::AnalyseSurface({MatrixSamples(image), image.size1(), image.size2()},
-                                      Kiv::Analysis::LevelMethod::Parse("plane"), {}, std::nullopt,
-                                      Kiv::Analysis::MedianFigure::Skipped);
-    Line(out, 2, "Sa (plane-levelled)", Figure(levelled.Sa));
-    Line(out, 2, "Sq (plane-levelled)", Figure(levelled.Sq));
-    if (figures.nonFinite != 0)
+    Line(out, 2, "RMS roughness", Figure(figures.Sq));
+    Line(out, 2, "Sa (plane-levelled)", Figure(summary.levelled.Sa));
+    Line(out, 2, "Sq (plane-levelled)", Figure(summary.levelled.Sq));
+    if (figures.excluded != 0)
     {
-        Line(out, 2, "Not a number", std::to_string(figures.nonFinite) + " samples");
+        Line(out, 2, "Not a number", std::to_string(figures.excluded) + " samples");
     }
 }
 

@@ -90,4 +90,27 @@ HeightParameters AnalyseSurface(const ImageView& image, const LevelMethod& metho
                                 const std::optional<Lateral>& lateral = std::nullopt,
                                 MedianFigure median = MedianFigure::Computed);
 
+// The figures of the samples as they are that a glance shows: minimum, maximum, mean and Sq
+// (the root mean square deviation from the mean, Rq), over the finite samples.
+struct SampleFigures
+{
+    std::uint64_t count = 0;    // finite samples
+    std::uint64_t excluded = 0; // dropouts
+    double mean = 0.0;
+    double minimum = 0.0;
+    double maximum = 0.0;
+    double Sq = 0.0;
+};
+
+struct SurfaceSummary
+{
+    SampleFigures asTheyAre;
+    HeightParameters levelled; // as AnalyseSurface gives them, without a median
+};
+
+// Both at once, for a summary of a scan: where the levelling starts with a plane or polynomial
+// fit, the samples are measured in the fit's own pass over them, which saves a pass over an image
+// that may be larger than the processor's caches.
+SurfaceSummary SummariseSurface(const ImageView& image, const LevelMethod& method);
+
 } // namespace Kiv::Analysis
