@@ -51,7 +51,16 @@ public:
         {
             double moments[MAX_DEGREE + 1];
             const SurfaceRow row = background.KernelRow(surface.image, r, buffer);
-            RowMoments(row, m_U.data(), columns, m_Degree, moments);
+            RowSpread spread;
+            if (samples)
+            {
+                RowMomentsAndSpread(row, m_U.data(), columns, m_Degree, samples->shift, moments,
+                                    spread);
+            }
+            else
+            {
+                RowMoments(row, m_U.data(), columns, m_Degree, moments);
+            }
             if (std::all_of(moments, moments + m_Degree + 1,
                             [](double m) { return std::isfinite(m); }))
             {
@@ -60,7 +69,7 @@ public:
                 sums.powers = m_WholeRow;
                 if (samples)
                 {
-                    MeasureWholeRow(row, columns, *samples);
+                    AddWholeRow(moments[0], spread, columns, *samples);
                 }
                 return;
             }
@@ -102,15 +111,14 @@ public:
     }
 
 private:
-    static void MeasureWholeRow(const SurfaceRow& row, std::size_t columns, SampleSums& samples)
+    static void AddWholeRow(double sum, const RowSpread& spread, std::size_t columns,
+                            SampleSums& samples)
     {
-        DeviationSums deviations;
-        const RowExtent extent = MeasureRowWithoutBracket(row, columns, samples.shift, deviations);
         samples.extent.count += columns;
-        samples.extent.sum += extent.sum;
-        samples.extent.minimum = std::min(samples.extent.minimum, extent.minimum);
-        samples.extent.maximum = std::max(samples.extent.maximum, extent.maximum);
-        AddDeviations(samples.deviations, deviations);
+        samples.extent.sum += sum;
+        samples.extent.minimum = std::min(samples.extent.minimum, spread.minimum);
+        samples.extent.maximum = std::max(samples.extent.maximum, spread.maximum);
+        samples.squares += spread.squares;
     }
 
     static void MeasureValue(double z, SampleSums& samples)
@@ -120,11 +128,7 @@ private:
         samples.extent.minimum = std::min(samples.extent.minimum, z);
         samples.extent.maximum = std::max(samples.extent.maximum, z);
         const double d = z - samples.shift;
-        const double d2 = d * d;
-        samples.deviations.absolute += std::fabs(d);
-        samples.deviations.squares += d2;
-        samples.deviations.cubes += d2 * d;
-        samples.deviations.fourths += d2 * d2;
+        samples.squares += d * d;
     }
 
     void AddPowers(std::array<double, MAX_POWERS>& powers, double u) const
@@ -172,7 +176,7 @@ std::vector<RowSums> SumRows(const Surface& surface, const Usable& usable, int d
         samples->extent.sum += part.extent.sum;
         samples->extent.minimum = std::min(samples->extent.minimum, part.extent.minimum);
         samples->extent.maximum = std::max(samples->extent.maximum, part.extent.maximum);
-        AddDeviations(samples->deviations, part.deviations);
+        samples->squares += part.squares;
     }
     if (samples)
     {

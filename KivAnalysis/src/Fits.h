@@ -8,13 +8,13 @@ namespace Kiv::Analysis::Detail
 {
 
 // The samples as they are, measured in the pass that the first fit makes over them anyway: their
-// extent and the sums of the powers of their deviations from shift (a sample near their mean).
+// extent and the sum of their squared deviations from shift (a sample near their mean).
 struct SampleSums
 {
     double shift = 0.0;
     bool measured = false; // whether the fit could take them
     Extent extent;
-    DeviationSums deviations;
+    double squares = 0.0;
 };
 
 // The backgrounds of all steps of method, fitted in turn, each over the pixels the exclusion

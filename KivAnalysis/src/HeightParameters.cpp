@@ -626,7 +626,7 @@ SampleFigures FiguresOf(const SampleSums& samples, std::uint64_t pixels)
     // The squares summed from the shift, moved to the mean: exact for a shift near the mean,
     // which the first finite sample of a scan is next to its range.
     const double delta = figures.mean - samples.shift;
-    figures.Sq = std::sqrt(std::max(0.0, samples.deviations.squares / n - delta * delta));
+    figures.Sq = std::sqrt(std::max(0.0, samples.squares / n - delta * delta));
     return figures;
 }
 
@@ -660,7 +660,7 @@ SurfaceSummary SummariseSurface(const ImageView& image, const LevelMethod& metho
         const FirstPass pass =
             MeasureSurface(Surface{image, none}, Usable{}, NO_BRACKET, samples.shift);
         samples.extent = pass.extent;
-        samples.deviations = pass.deviations;
+        samples.squares = pass.deviations.squares;
     }
     SurfaceSummary summary;
     summary.asTheyAre = FiguresOf(samples, image.Count());

@@ -102,9 +102,50 @@ KIV_INLINE LinearResidual Linear(const SurfaceRow& row)
     return {row.samples, row.u, row.offset, row.slope};
 }
 
+// The range and squared deviations of the values a loop reads, for the loops that may take them
+// alongside their own work.
+struct NoSpread
+{
+    KIV_INLINE void Add(const Lanes&) {}
+    KIV_INLINE void AddOne(std::size_t, double) {}
+    KIV_INLINE void Into(RowSpread&) const {}
+};
+
+struct LaneSpread
+{
+    Lanes minimum = Broadcast(std::numeric_limits<double>::infinity());
+    Lanes maximum = Broadcast(-std::numeric_limits<double>::infinity());
+    Lanes squares = {};
+    Lanes shifts;
+
+    explicit LaneSpread(double shift) : shifts(Broadcast(shift)) {}
+
+    KIV_INLINE void Add(const Lanes& v)
+    {
+        minimum = v < minimum ? v : minimum;
+        maximum = v > maximum ? v : maximum;
+        const Lanes d = v - shifts;
+        squares += d * d;
+    }
+    KIV_INLINE void AddOne(std::size_t lane, double v)
+    {
+        minimum[lane] = std::min(minimum[lane], v);
+        maximum[lane] = std::max(maximum[lane], v);
+        const double d = v - shifts[lane];
+        squares[lane] += d * d;
+    }
+    KIV_INLINE void Into(RowSpread& spread) const
+    {
+        spread.minimum = Smallest(minimum);
+        spread.maximum = Largest(maximum);
+        spread.squares = Total(squares);
+    }
+};
+
 // The degree is a constant of each loop, so that its powers unroll.
-template <int DEGREE, class Source>
-KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, double* moments)
+template <int DEGREE, class Source, class Spread = NoSpread>
+KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, double* moments,
+                        Spread&& spread = Spread())
 {
     Lanes sums[DEGREE + 1] = {};
     std::size_t i = 0;
@@ -112,6 +153,7 @@ KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, dou
     {
         const Lanes x = Load(u + i);
         Lanes term = z.At(i);
+        spread.Add(term);
         sums[0] += term;
         for (int k = 1; k <= DEGREE; ++k)
         {
@@ -122,6 +164,7 @@ KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, dou
     for (std::size_t lane = 0; i < count; ++i, ++lane)
     {
         double term = z.One(i);
+        spread.AddOne(lane, term);
         for (int k = 0; k <= DEGREE; ++k)
         {
             sums[k][lane] += term;
@@ -134,22 +177,22 @@ KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, dou
     }
 }
 
-template <class Source>
+template <class Source, class Spread = NoSpread>
 KIV_INLINE void Moments(const Source& z, const double* u, std::size_t count, int degree,
-                        double* moments)
+                        double* moments, Spread&& spread = Spread())
 {
     switch (degree)
     {
     case 0:
-        return Moments<0>(z, u, count, moments);
+        return Moments<0>(z, u, count, moments, spread);
     case 1:
-        return Moments<1>(z, u, count, moments);
+        return Moments<1>(z, u, count, moments, spread);
     case 2:
-        return Moments<2>(z, u, count, moments);
+        return Moments<2>(z, u, count, moments, spread);
     case 3:
-        return Moments<3>(z, u, count, moments);
+        return Moments<3>(z, u, count, moments, spread);
     default:
-        return Moments<MAX_DEGREE_SUMS - 1>(z, u, count, moments);
+        return Moments<MAX_DEGREE_SUMS - 1>(z, u, count, moments, spread);
     }
 }
 
@@ -310,6 +353,22 @@ void RowMoments(const SurfaceRow& row, const double* u, std::size_t count, int d
         return Moments(Linear(row), u, count, degree, moments);
     }
     Moments(StoredValues{row.values}, u, count, degree, moments);
+}
+
+KIV_WIDE_VECTORS
+void RowMomentsAndSpread(const SurfaceRow& row, const double* u, std::size_t count, int degree,
+                         double shift, double* moments, RowSpread& spread)
+{
+    LaneSpread lanes(shift);
+    if (row.samples)
+    {
+        Moments(Linear(row), u, count, degree, moments, lanes);
+    }
+    else
+    {
+        Moments(StoredValues{row.values}, u, count, degree, moments, lanes);
+    }
+    lanes.Into(spread);
 }
 
 KIV_WIDE_VECTORS

@@ -44,6 +44,17 @@ void NarrowRow(const double* z, std::size_t count, float* out);
 void RowMoments(const SurfaceRow& row, const double* u, std::size_t count, int degree,
                 double* moments);
 
+// The same, and in the same loop the range of the row's values and the sum of their squared
+// deviations from shift: a row's measures taken while its fit reads it.
+struct RowSpread
+{
+    double minimum = 0.0;
+    double maximum = 0.0;
+    double squares = 0.0;
+};
+void RowMomentsAndSpread(const SurfaceRow& row, const double* u, std::size_t count, int degree,
+                         double shift, double* moments, RowSpread& spread);
+
 // Sum, range and where the values lie against a bracket [low, high]: how many below it, and
 // those inside it written to inside, which has room for count values.
 struct RowExtent
