@@ -109,19 +109,24 @@ void FirstLinesSearch::Carry(const char* text, std::size_t size)
     }
 }
 
-bool SearchFile(int descriptor, FirstLinesSearch& search)
+bool SearchFile(int descriptor, FirstLinesSearch& search, std::uint64_t start, std::uint64_t end)
 {
-    // Most files answer within their first few kilobytes, and every file a batch opens is
-    // searched twice: the large block is allocated only for the rare long run without a line
-    // feed.
-    constexpr std::size_t FIRST_BLOCK = 16384;
+    // Every file a batch opens is searched twice, nearly always within its first block: the
+    // large block is allocated only for the rare long run without a line feed.
     constexpr std::size_t LARGEST_BLOCK = std::size_t{1} << 20;
-    std::size_t blockSize = FIRST_BLOCK;
+    std::size_t blockSize = start == 0 ? FIRST_LINES_BLOCK : LARGEST_BLOCK;
     std::unique_ptr<char[]> block(new char[blockSize]);
-    off_t position = 0;
-    while (!search.Decided())
+    auto position = static_cast<off_t>(start);
+    while (!search.Decided() && static_cast<std::uint64_t>(position) < end)
     {
-        const ssize_t got = ::pread(descriptor, block.get(), blockSize, position);
+        if (static_cast<std::uint64_t>(position) != start && blockSize < LARGEST_BLOCK)
+        {
+            blockSize = LARGEST_BLOCK;
+            block.reset(new char[blockSize]);
+        }
+        const auto wanted = static_cast<std::size_t>(
+            std::min<std::uint64_t>(blockSize, end - static_cast<std::uint64_t>(position)));
+        const ssize_t got = ::pread(descriptor, block.get(), wanted, position);
         if (got < 0 && errno == EINTR)
         {
             continue;
@@ -150,11 +155,6 @@ bool SearchFile(int descriptor, FirstLinesSearch& search)
         else if (data < 0 && errno == ENXIO)
         {
             search.End();
-        }
-        if (!search.Decided() && blockSize < LARGEST_BLOCK)
-        {
-            blockSize = LARGEST_BLOCK;
-            block.reset(new char[blockSize]);
         }
     }
     return true;

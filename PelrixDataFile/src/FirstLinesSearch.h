@@ -46,8 +46,13 @@ private:
     std::string m_WithoutReturns;
 };
 
-// Runs a search over a file from its first byte, in blocks read by position, skipping holes.
-// Returns false when the file cannot be read; the search then holds what was seen until then.
-bool SearchFile(int descriptor, FirstLinesSearch& search);
+// The first block a search reads: nearly every file's first lines end within it.
+constexpr std::uint64_t FIRST_LINES_BLOCK = 16384;
+
+// Runs a search over bytes [start, end) of a file (start 0, or where an earlier call stopped), in
+// blocks read by position, skipping holes; the end of the file ends the search. Returns false
+// when the file cannot be read; the search then holds what was seen until then.
+bool SearchFile(int descriptor, FirstLinesSearch& search, std::uint64_t start = 0,
+                std::uint64_t end = UINT64_MAX);
 
 } // namespace Pelrix

@@ -92,7 +92,7 @@ std::string TrimLeading(const std::string& text)
     return text.substr(start);
 }
 
-void PelrixDataFile::ReadHeader()
+void PelrixDataFile::ReadHeaderLines()
 {
     std::string line;
     m_HeaderLineNumber = 0;
@@ -116,6 +116,11 @@ void PelrixDataFile::ReadHeader()
     }
     // The logical position, not the read-ahead: force data start right after this line.
     m_DataStartPos = m_InputStream->GetInputPos();
+}
+
+// What the header holds that the writer would not keep; needs the file kind.
+void PelrixDataFile::NoteHeaderContent()
+{
     // Only a force file writes its labels line back (the last comma line); an image file
     // writes none.
     if (m_ForceCurveLabelsLine != 0 && m_FileSubType != Names::FORCE)

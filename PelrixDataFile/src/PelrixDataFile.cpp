@@ -127,11 +127,22 @@ void PelrixDataFile::ReadFileContents()
                 .RaiseError(PELRIX_CODE_CONTEXT, Names::ALERT_ID, false);
         }
     }
-    PeekToDetermineFileType();
-    ReadHeader();
+    // The file kind comes from the first ten lines. Nearly every file decides it within the
+    // first block; the rest is looked at once the header tells where the samples lie.
+    FirstLinesSearch forceSection({Names::FORCE_SECTION}, 10, true);
+    const bool readable =
+        SearchFile(m_FileStream.GetDescriptor(), forceSection, 0, FIRST_LINES_BLOCK);
+    ReadHeaderLines();
+    ImageSamples early;
+    if (readable && !forceSection.Decided() && m_FileSubType != Names::FORCE)
+    {
+        early = FinishFileKindLook(forceSection);
+    }
+    PeekToDetermineFileType(readable && forceSection.Found());
+    NoteHeaderContent();
     if (m_FileSubType != Names::FORCE)
     {
-        LoadImageData();
+        LoadImageData(std::move(early));
     }
     else
     {
@@ -139,12 +150,62 @@ void PelrixDataFile::ReadFileContents()
     }
 }
 
-void PelrixDataFile::PeekToDetermineFileType()
+// The first lines run on past the first block when a short header is followed by samples
+// without a line feed, through all of them in the worst case (an all-zero image). An image file
+// reads those samples anyway: where the header describes an image that can be read, it is read
+// first and the look goes on over its samples in memory rather than reading them twice. The
+// samples are handed on to the image reader, or dropped when the look finds a force file.
+PelrixDataFile::ImageSamples PelrixDataFile::FinishFileKindLook(FirstLinesSearch& search)
 {
-    // The lines as the header reader would see them, without holding any of them: a short
-    // header followed by samples without a line feed is one "line" as long as the file.
-    FirstLinesSearch search({Names::FORCE_SECTION}, 10, true);
-    if (SearchFile(m_FileStream.GetDescriptor(), search) && search.Found())
+    const int descriptor = m_FileStream.GetDescriptor();
+    ImageSamples image;
+    try
+    {
+        image = ReadImageSamples(false);
+    }
+    catch (const Kiv::Core::Error&)
+    {
+        // Raised again by the image reader if the file is one; a force file never meets it.
+        image = ImageSamples();
+    }
+    if (!image.matrix)
+    {
+        SearchFile(descriptor, search, FIRST_LINES_BLOCK);
+        return image;
+    }
+    const auto begin = static_cast<std::uint64_t>(image.dataOffset);
+    const std::uint64_t end = begin + image.delivered;
+    if (begin > FIRST_LINES_BLOCK)
+    {
+        SearchFile(descriptor, search, FIRST_LINES_BLOCK, begin);
+    }
+    // In slices, so that the look's copy of a slice without carriage returns stays small.
+    constexpr std::uint64_t SLICE = std::uint64_t{1} << 20;
+    const char* const bytes = reinterpret_cast<const char*>(&image.matrix->data()[0]);
+    for (std::uint64_t at = std::max(begin, FIRST_LINES_BLOCK); at < end && !search.Decided();
+         at += SLICE)
+    {
+        search.Feed(bytes + (at - begin), static_cast<std::size_t>(std::min(SLICE, end - at)));
+    }
+    if (!search.Decided())
+    {
+        if (image.delivered < image.byteCount)
+        {
+            search.End();
+        }
+        else
+        {
+            SearchFile(descriptor, search, std::max(end, FIRST_LINES_BLOCK));
+        }
+    }
+    return image;
+}
+
+// forceSectionSeen: whether "[Point Spectroscopy Data]" stands in the first ten lines as the
+// header reader sees them. An earlier "FORCE" stays.
+void PelrixDataFile::PeekToDetermineFileType(bool forceSectionSeen)
+{
+    if (forceSectionSeen)
     {
         m_FileSubType = Names::FORCE;
     }
@@ -152,7 +213,6 @@ void PelrixDataFile::PeekToDetermineFileType()
     {
         m_FileSubType = Names::IMAGE;
     }
-    m_FileStream.SetInputPos(0, Kiv::Core::FROM_BEGIN);
 }
 
 bool PelrixDataFile::IsPelrixFile(const std::string& fileName)

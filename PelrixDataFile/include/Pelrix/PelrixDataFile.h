@@ -16,6 +16,8 @@
 namespace Pelrix
 {
 
+class FirstLinesSearch;
+
 // One Pelrix SPM file: an 8-bit text header of [Section] lines with key=value lines, ended by
 // the line "[Data]", followed by either a block of little-endian float32 image samples at the
 // byte "DataOffset", or tab-separated force-curve text lines. Opening parses every section into
@@ -101,9 +103,19 @@ private:
     void InitForceSeriesLayoutSectionTypeMap();
 
     // --- opening and the header reader ---
+    // An image's samples as read from the file, before or without their place in the tree.
+    struct ImageSamples
+    {
+        boost::shared_ptr<Kiv::DataCore::FloatMatrix> matrix; // none: not read
+        std::int32_t dataOffset = 0;
+        std::uint64_t byteCount = 0;
+        std::uint64_t delivered = 0;
+    };
     void ReadFileContents();
-    void PeekToDetermineFileType();
-    void ReadHeader();
+    ImageSamples FinishFileKindLook(FirstLinesSearch& search);
+    void PeekToDetermineFileType(bool forceSectionSeen);
+    void ReadHeaderLines();
+    void NoteHeaderContent();
     bool ReadLine(std::string& line);
     void CountTreeBytes(std::uint64_t bytes);
     void ProcessLine(const std::string& line);
@@ -117,7 +129,8 @@ private:
     void ProcessUnitizedType(const std::string& key, const std::string& value);
 
     // --- data sections ---
-    void LoadImageData();
+    ImageSamples ReadImageSamples(bool createSection);
+    void LoadImageData(ImageSamples samples);
     void LoadForceData();
     void ProcessForceData(long seriesCount, long pointCount);
     void WriteImageData();
