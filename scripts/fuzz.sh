@@ -70,7 +70,7 @@ for target in "${targets[@]}"; do
     echo "== $target: ${KIV_FUZZ_RUNS:+$KIV_FUZZ_RUNS inputs or }$seconds s, new inputs in $work/$target ==" >&2
     (cd "$work/$target" && exec "$build/bin/${binary[$target]}" \
         -max_total_time="$seconds" "${runs[@]}" -max_len="${max_len[$target]}" \
-        -rss_limit_mb="${rss_limit[$target]}" -timeout=25 -print_final_stats=1 \
+        -rss_limit_mb="${rss_limit[$target]}" -timeout=120 -print_final_stats=1 \
         -artifact_prefix="$work/$target/findings/" \
         "$work/$target/corpus" "${corpus[$target]}" >"$work/$target/log" 2>&1) &
     pids+=($!)
