@@ -78,6 +78,8 @@ done
 status=0
 for pid in "${pids[@]}"; do
     wait "$pid" || status=1
+    # An interrupted save target leaves its scratch folder (named after its process) behind.
+    rm -rf "/dev/shm/kiv-save-fuzz-$pid" "${TMPDIR:-/tmp}/kiv-save-fuzz-$pid"
 done
 
 printf '\n%-8s %12s %10s %8s %8s %10s  %s\n' target inputs inputs/s cov features "peak MB" findings
