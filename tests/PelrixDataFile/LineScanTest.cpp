@@ -116,7 +116,7 @@ TEST(FileKind, IsDecidedByTheFirstTenLinesWhereverTheyEnd)
         {"the force section on line 10", SamplesWith("\n" + force, 200000), "FORCE"},
         {"the force section on line 11", SamplesWith("\n\n" + force, 200000), "IMAGE"},
         {"the force section with a carriage return in it",
-         SamplesWith("[Point Spec\rtroscopy Data]", 4000), "FORCE"},
+         SamplesWith(std::string(force).insert(6, "\r"), 4000), "FORCE"},
     };
     for (const auto& c : cases)
     {
