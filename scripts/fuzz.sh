@@ -87,7 +87,7 @@ for target in "${targets[@]}"; do
     log="$work/$target/log"
     # The final statistics: stat::number_of_executed_units, stat::average_exec_per_sec and
     # stat::peak_rss_mb; the coverage is on the last status line ("cov: N ft: M").
-    stat() { awk -v k="stat::$1:" '$1 == k { print $2 }' "$log" | tail -n 1; }
+    final_stat() { awk -v k="stat::$1:" '$1 == k { print $2 }' "$log" | tail -n 1; }
     last="$(grep -E '^#[0-9]+' "$log" | tail -n 1 || true)"
     cov="$(sed -n 's/.* cov: \([0-9]*\).*/\1/p' <<<"$last")"
     ft="$(sed -n 's/.* ft: \([0-9]*\).*/\1/p' <<<"$last")"
@@ -95,8 +95,8 @@ for target in "${targets[@]}"; do
     # the timeout is only listed.
     findings="$(find "$work/$target/findings" -type f ! -name 'slow-unit-*' | wc -l)"
     slow="$(find "$work/$target/findings" -type f -name 'slow-unit-*' | wc -l)"
-    printf '%-8s %12s %10s %8s %8s %10s  %s\n' "$target" "$(stat number_of_executed_units)" \
-        "$(stat average_exec_per_sec)" "${cov:-?}" "${ft:-?}" "$(stat peak_rss_mb)" "$findings"
+    printf '%-8s %12s %10s %8s %8s %10s  %s\n' "$target" "$(final_stat number_of_executed_units)" \
+        "$(final_stat average_exec_per_sec)" "${cov:-?}" "${ft:-?}" "$(final_stat peak_rss_mb)" "$findings"
     if [ "$findings" -gt 0 ]; then
         status=1
         find "$work/$target/findings" -type f ! -name 'slow-unit-*' | sed 's/^/           /'

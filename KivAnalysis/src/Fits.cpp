@@ -69,7 +69,8 @@ public:
                 sums.powers = m_WholeRow;
                 if (samples)
                 {
-                    AddWholeRow(moments[0], spread, columns, *samples);
+                    samples->Add(columns, moments[0], spread.minimum, spread.maximum,
+                                 spread.squares);
                 }
                 return;
             }
@@ -85,7 +86,8 @@ public:
             }
             if (samples)
             {
-                MeasureValue(z, *samples);
+                const double d = z - samples->shift;
+                samples->Add(1, z, z, z, d * d);
             }
             ++sums.count;
             double term = z;
@@ -111,26 +113,6 @@ public:
     }
 
 private:
-    static void AddWholeRow(double sum, const RowSpread& spread, std::size_t columns,
-                            SampleSums& samples)
-    {
-        samples.extent.count += columns;
-        samples.extent.sum += sum;
-        samples.extent.minimum = std::min(samples.extent.minimum, spread.minimum);
-        samples.extent.maximum = std::max(samples.extent.maximum, spread.maximum);
-        samples.squares += spread.squares;
-    }
-
-    static void MeasureValue(double z, SampleSums& samples)
-    {
-        ++samples.extent.count;
-        samples.extent.sum += z;
-        samples.extent.minimum = std::min(samples.extent.minimum, z);
-        samples.extent.maximum = std::max(samples.extent.maximum, z);
-        const double d = z - samples.shift;
-        samples.squares += d * d;
-    }
-
     void AddPowers(std::array<double, MAX_POWERS>& powers, double u) const
     {
         double term = 1.0;
@@ -172,11 +154,8 @@ std::vector<RowSums> SumRows(const Surface& surface, const Usable& usable, int d
               });
     for (const auto& part : parts)
     {
-        samples->extent.count += part.extent.count;
-        samples->extent.sum += part.extent.sum;
-        samples->extent.minimum = std::min(samples->extent.minimum, part.extent.minimum);
-        samples->extent.maximum = std::max(samples->extent.maximum, part.extent.maximum);
-        samples->squares += part.squares;
+        samples->Add(part.extent.count, part.extent.sum, part.extent.minimum, part.extent.maximum,
+                     part.squares);
     }
     if (samples)
     {

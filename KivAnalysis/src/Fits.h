@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+
 #include "Background.h"
 #include "Kiv/Analysis/Levelling.h"
 #include "SurfacePasses.h"
@@ -15,6 +17,17 @@ struct SampleSums
     bool measured = false; // whether the fit could take them
     Extent extent;
     double squares = 0.0;
+
+    // Adds count values with this sum and range, whose squared deviations from shift sum to
+    // squares.
+    void Add(std::uint64_t count, double sum, double minimum, double maximum, double squareSum)
+    {
+        extent.count += count;
+        extent.sum += sum;
+        extent.minimum = std::min(extent.minimum, minimum);
+        extent.maximum = std::max(extent.maximum, maximum);
+        squares += squareSum;
+    }
 };
 
 // The backgrounds of all steps of method, fitted in turn, each over the pixels the exclusion

@@ -80,9 +80,8 @@ PelrixDataFile::ImageSamples PelrixDataFile::ReadImageSamples(bool createSection
 // samples: the image when it was read before the file kind was known, or nothing.
 void PelrixDataFile::LoadImageData(ImageSamples samples)
 {
-    const bool readAlready = samples.matrix != nullptr;
     m_DataPlistCount = 1;
-    if (!readAlready)
+    if (!samples.matrix)
     {
         samples = ReadImageSamples(true);
         if (!samples.matrix)
