@@ -61,7 +61,12 @@ function(kiv_install_package)
     foreach(library IN LISTS libraries)
         string(APPEND KIV_PC_LIBS " -l${library}")
     endforeach()
-    file(RELATIVE_PATH KIV_PC_TO_PREFIX "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
-    configure_file("${PROJECT_SOURCE_DIR}/cmake/kiv.pc.in" "${PROJECT_BINARY_DIR}/kiv.pc" @ONLY)
+    # The prefix is the one installed to ("cmake --install --prefix" may name another than the
+    # configured one), so kiv.pc is written at install time; the rest is relative to it.
+    set(KIV_PC_PREFIX_AT "@KIV_PC_PREFIX@")
+    configure_file("${PROJECT_SOURCE_DIR}/cmake/kiv.pc.in" "${PROJECT_BINARY_DIR}/kiv.pc.in" @ONLY)
+    install(CODE "
+        set(KIV_PC_PREFIX \"\${CMAKE_INSTALL_PREFIX}\")
+        configure_file(\"${PROJECT_BINARY_DIR}/kiv.pc.in\" \"${PROJECT_BINARY_DIR}/kiv.pc\" @ONLY)")
     install(FILES "${PROJECT_BINARY_DIR}/kiv.pc" DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
 endfunction()

@@ -4,6 +4,8 @@ from typing import Any, Iterator, Optional, TypedDict
 import numpy
 import numpy.typing
 
+__version__: str
+
 class Error(Exception): ...
 class FormatError(Error): ...
 class SaveRefused(Error):

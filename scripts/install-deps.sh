@@ -16,6 +16,7 @@ packages=(
     python3-dask python3-distributed python3-tifffile python3-pil
     help2man
     chromium chromium-driver python3-selenium
+    debhelper dh-python devscripts lintian mmdebstrap
 )
 
 missing=()

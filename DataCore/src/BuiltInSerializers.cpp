@@ -132,7 +132,7 @@ std::uint64_t BasicBuiltInSerializer<DataType>::FromBinary(std::uint64_t p_ui64N
         // The file and line are the ones this assertion has always been reported with.
         Kiv::Core::AssertFailed(
             "sizeof(data_type) == p_ui64NumBytes",
-            Kiv::Core::CodeContext("DataCore/BuiltInDataObjects", 204, __TIMESTAMP__,
+            Kiv::Core::CodeContext("DataCore/BuiltInDataObjects", 204, KIV_SOURCE_TIME_STAMP,
                                    Kiv::Core::ShortFunctionName(__PRETTY_FUNCTION__),
                                    __PRETTY_FUNCTION__));
     }

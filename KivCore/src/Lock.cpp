@@ -71,7 +71,7 @@ Lock::Lock(const IMutex* mutex, const Elapse& timeout) : m_Mutex(mutex)
     if (m_Mutex == nullptr)
     {
         // The source file and line are the ones this assertion has always been reported with.
-        AssertFailed("m_Mutex != 0", CodeContext("KivCore/Lock", 99, __TIMESTAMP__,
+        AssertFailed("m_Mutex != 0", CodeContext("KivCore/Lock", 99, KIV_SOURCE_TIME_STAMP,
                                                  "Kiv::Core::Lock::Lock", __PRETTY_FUNCTION__));
         return;
     }

@@ -48,9 +48,9 @@ UnitizedValue<double>::UnitizedValue(double value, const std::string& unitText) 
     m_Unit = sm_spGlobalDictionary->LookupUnit(unitText, boost::shared_ptr<UnitDescriptor>());
     if (!m_Unit)
     {
-        XUnitNotFound(unitText).RaiseError(
-            CodeContext(SOURCE_FILE, 357, __TIMESTAMP__, CONSTRUCTOR_NAME, __PRETTY_FUNCTION__),
-            ALERT_ID, false);
+        XUnitNotFound(unitText).RaiseError(CodeContext(SOURCE_FILE, 357, KIV_SOURCE_TIME_STAMP,
+                                                       CONSTRUCTOR_NAME, __PRETTY_FUNCTION__),
+                                           ALERT_ID, false);
     }
 }
 
@@ -68,9 +68,9 @@ UnitizedValue<double>::UnitizedValue(double value) : m_Value(value)
     if (!m_Unit)
     {
         AllocationFailed("UnitDescriptor")
-            .RaiseError(
-                CodeContext(SOURCE_FILE, 333, __TIMESTAMP__, CONSTRUCTOR_NAME, __PRETTY_FUNCTION__),
-                ALERT_ID, false);
+            .RaiseError(CodeContext(SOURCE_FILE, 333, KIV_SOURCE_TIME_STAMP, CONSTRUCTOR_NAME,
+                                    __PRETTY_FUNCTION__),
+                        ALERT_ID, false);
     }
 }
 

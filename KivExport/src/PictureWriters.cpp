@@ -30,10 +30,12 @@ struct ModuleWriter
     std::string problem;
 };
 
-ModuleWriter TIFF_WRITER{"libKivExportTiff.so", "KivExportWriteTiff", "TIFF"};
-ModuleWriter PNG_WRITER{"libKivExportPng.so", "KivExportWritePng", "PNG"};
+// Private modules, not libraries to link with: they live in a folder of their own below this
+// library's, so that the public library folder holds only what has a SONAME.
+ModuleWriter TIFF_WRITER{"kiv/writers/libKivExportTiff.so", "KivExportWriteTiff", "TIFF"};
+ModuleWriter PNG_WRITER{"kiv/writers/libKivExportPng.so", "KivExportWritePng", "PNG"};
 
-// The folder holding this library: the modules are installed beside it, in the build tree and
+// The folder holding this library: the modules' folder is below it, in the build tree and
 // under any prefix alike.
 std::string ThisLibraryFolder()
 {

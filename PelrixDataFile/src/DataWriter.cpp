@@ -36,7 +36,7 @@ void PelrixDataFile::WriteDataToDisk()
     if (!GetSubData({Names::DATA_SECTION}, false))
     {
         DataFileError("WriteDataToDisk cannot find data section name")
-            .RaiseError(Kiv::Core::CodeContext("PelrixDataFile", 1193, __TIMESTAMP__,
+            .RaiseError(Kiv::Core::CodeContext("PelrixDataFile", 1193, KIV_SOURCE_TIME_STAMP,
                                                "Pelrix::PelrixDataFile::WriteDataToDisk",
                                                __PRETTY_FUNCTION__),
                         Names::ALERT_ID, false);

@@ -213,7 +213,7 @@ void PelrixDataFile::SetupNewHeaderSection(const std::string& line)
     {
         Kiv::Core::AssertFailed(
             "KivString(\"Shouldn't have a duplicate section name in header.\") == \"\"",
-            Kiv::Core::CodeContext("PelrixDataFile", __LINE__, __TIMESTAMP__,
+            Kiv::Core::CodeContext("PelrixDataFile", __LINE__, KIV_SOURCE_TIME_STAMP,
                                    "Pelrix::PelrixDataFile::SetupNewHeaderSection",
                                    __PRETTY_FUNCTION__));
     }

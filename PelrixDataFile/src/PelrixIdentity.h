@@ -9,7 +9,7 @@
 // The code context of a raise in the plug-in: errors have always named the class's source as
 // "PelrixDataFile", whatever folder it was built in.
 #define PELRIX_CODE_CONTEXT                                                                        \
-    ::Kiv::Core::CodeContext("PelrixDataFile", __LINE__, __TIMESTAMP__,                            \
+    ::Kiv::Core::CodeContext("PelrixDataFile", __LINE__, KIV_SOURCE_TIME_STAMP,                    \
                              ::Kiv::Core::ShortFunctionName(__PRETTY_FUNCTION__),                  \
                              __PRETTY_FUNCTION__)
 

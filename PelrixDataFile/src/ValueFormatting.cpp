@@ -61,7 +61,7 @@ std::string PelrixDataFile::GetFormattedValueString(boost::shared_ptr<DataContai
         // programs match on it, so it stays.
         DataFileError(
             "ERROR: Unknown value type in HalvimoorDataFile::GetFormatedValueString. Key: " + key)
-            .RaiseError(Kiv::Core::CodeContext("PelrixDataFile", 998, __TIMESTAMP__,
+            .RaiseError(Kiv::Core::CodeContext("PelrixDataFile", 998, KIV_SOURCE_TIME_STAMP,
                                                "Pelrix::PelrixDataFile::GetFormattedValueString",
                                                __PRETTY_FUNCTION__),
                         Names::LEGACY_ALERT_ID, false);

@@ -24,6 +24,11 @@ echo "$out"
 "$prefix/bin/kiv" --version | grep -qx "kiv [0-9.]*"
 "$prefix/bin/kiv" formats | grep -q "^Pelrix Data File:"
 find "$prefix" -name kiv.1 | grep -q man1
+# The picture writers are private modules, loaded from the installed tree when first used.
+for format in tiff png; do
+    "$prefix/bin/kiv" export --to "$format" -o "$work/sample.$format" "$source/samples/topography_128.flt"
+    [ -s "$work/sample.$format" ] || { echo "kiv export --to $format wrote nothing" >&2; exit 1; }
+done
 for header in Kiv/Core/HostLong.h Kiv/DataCore/DataFile.h Kiv/Access/FileAccess.h \
     Kiv/Edit/SafeSave.h Pelrix/PelrixDataFile.h; do
     [ -f "$prefix/include/$header" ] || { echo "missing include/$header" >&2; exit 1; }
@@ -33,12 +38,19 @@ if [ -d "$source/KivExport" ]; then
 fi
 pc=$(find "$prefix" -name kiv.pc)
 PKG_CONFIG_PATH=$(dirname "$pc") pkg-config --libs kiv | grep -q -- "-lDataCore"
+# Written at install time for the prefix installed to, not the one the build was configured for.
+[ "$(PKG_CONFIG_PATH=$(dirname "$pc") pkg-config --variable=prefix kiv)" = "$prefix" ] ||
+    { echo "kiv.pc names another prefix" >&2; exit 1; }
 soname=$(objdump -p "$(find "$prefix" -name 'libDataCore.so.*.*.*')" | awk '/SONAME/ {print $2}')
 [ "$soname" = "libDataCore.so.0" ] || { echo "SONAME $soname" >&2; exit 1; }
 
 # The Python module is part of the install once its folder is in the tree.
-python_dir=$prefix/lib/python3/dist-packages
 if [ -f "$source/python/CMakeLists.txt" ]; then
-    PYTHONPATH=$python_dir /usr/bin/python3 -c "import kiv"
-    echo "import kiv: ok"
+    module=$(find "$prefix" -name 'kiv.cpython-*.so')
+    [ -n "$module" ] || { echo "the Python module is not installed" >&2; exit 1; }
+    python_dir=$(dirname "$module")
+    version=$(PYTHONPATH=$python_dir /usr/bin/python3 -c "import kiv; print(kiv.__version__)")
+    [ "$version" = "$("$prefix/bin/kiv" --version | cut -d' ' -f2)" ] ||
+        { echo "kiv.__version__ $version is not kiv's" >&2; exit 1; }
+    echo "import kiv: ok ($version)"
 fi

@@ -223,7 +223,7 @@ void DataContainer::PutReference(const std::string& key, const boost::shared_ptr
     {
         // The file and line are the ones this warning has always been reported with.
         PutNullDataPtr(key).RaiseWarning(
-            Kiv::Core::CodeContext("DataCore/DataContainer", 987, __TIMESTAMP__,
+            Kiv::Core::CodeContext("DataCore/DataContainer", 987, KIV_SOURCE_TIME_STAMP,
                                    "Kiv::DataCore::DataContainer::PutReference",
                                    __PRETTY_FUNCTION__),
             "Kiv.DataCore.DataContainer.Put");

@@ -62,7 +62,7 @@ boost::shared_ptr<DataObject> UnboundData::BindType()
     const char* const signature = __PRETTY_FUNCTION__;
     auto context = [signature](int line)
     {
-        return Kiv::Core::CodeContext("DataCore/UnboundDataObject", line, __TIMESTAMP__,
+        return Kiv::Core::CodeContext("DataCore/UnboundDataObject", line, KIV_SOURCE_TIME_STAMP,
                                       "Kiv::DataCore::UnboundData::BindType", signature);
     };
     if (m_TypeName != requested)

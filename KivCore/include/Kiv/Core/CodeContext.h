@@ -36,8 +36,16 @@ std::string ShortFunctionName(const char* prettyFunction);
 
 } // namespace Kiv::Core
 
+// The time stamp of the sources: their files' own, unless the build names one for all of them,
+// as a build that must come out byte for byte the same every time does.
+#ifdef KIV_SOURCE_TIMESTAMP
+#define KIV_SOURCE_TIME_STAMP KIV_SOURCE_TIMESTAMP
+#else
+#define KIV_SOURCE_TIME_STAMP __TIMESTAMP__
+#endif
+
 // The code context of the line it stands on.
 #define KIV_CODE_CONTEXT                                                                           \
-    ::Kiv::Core::CodeContext(__FILE__, __LINE__, __TIMESTAMP__,                                    \
+    ::Kiv::Core::CodeContext(__FILE__, __LINE__, KIV_SOURCE_TIME_STAMP,                            \
                              ::Kiv::Core::ShortFunctionName(__PRETTY_FUNCTION__),                  \
                              __PRETTY_FUNCTION__)
