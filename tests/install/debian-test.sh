@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the Debian packages from the sources as a distribution would (dpkg-buildpackage in a
-# fresh copy of the tracked files), runs lintian on them, installs them with apt into a
-# throwaway Debian system, uses them there as a user would, purges them and checks that nothing
-# of them is left.
+# fresh copy of the files git tracks or would track, so no build output), runs lintian on them,
+# installs them with apt into a throwaway Debian system, uses them there as a user would, purges
+# them and checks that nothing of them is left.
 #
 # Usage: debian-test.sh SOURCE_DIR [OUTPUT_DIR]
 #   OUTPUT_DIR keeps the built packages (default: a temporary folder, removed at the end).
@@ -21,7 +21,7 @@ out=$(cd "$out" && pwd)
 
 step() { echo "== $* ==" >&2; }
 
-step "copying the tracked files of $source_dir"
+step "copying the sources of $source_dir"
 mkdir "$work/kiv"
 (cd "$source_dir" && git ls-files -z --cached --others --exclude-standard |
     tar --null -T - --ignore-failed-read -cf - 2>/dev/null) | tar -xf - -C "$work/kiv"
